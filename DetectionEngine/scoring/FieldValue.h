@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "DetectionEngine/page/PageData.h"
+
+namespace zeph {
+
+/// What a field yields. 0 to 2 are also value types.
+enum class FieldKind : std::int32_t {
+  kNone = -1,
+  kNumber = 0,
+  kList = 1,
+  kText = 2,
+  kFlag = 3,
+  kNumbers = 5,
+  kNumberWithText = 6,
+};
+
+/// The value of one field, made anew for each expression. Texts are lent by the page's data.
+struct FieldValue {
+  FieldKind kind = FieldKind::kNone;
+  std::int32_t number = 0;                ///< kNumber, kNumberWithText
+  std::u16string_view text;               ///< kText
+  std::vector<std::u16string_view> list;  ///< kList
+  std::vector<std::int32_t> numbers;      ///< kNumbers
+  bool flag = false;                      ///< kFlag
+  std::u16string_view text2;              ///< kNumberWithText
+};
+
+/// One field of the rule language.
+struct Field {
+  std::uint32_t number;  ///< FieldID; written in packages, never renumber
+  std::string_view name;
+  FieldKind kind;
+  std::string_view summary;  ///< one line, for people who write rules
+  /// Null: the field has no value.
+  void (*read)(PageData&, FieldValue&);
+};
+
+/// All fields, row i having number i.
+[[nodiscard]] std::span<const Field> Fields() noexcept;
+
+/// The field's value as the page's data stand now; kNone for a number that no field has. Fields that show a
+/// brand count compute it on first use.
+[[nodiscard]] FieldValue GetFieldValue(PageData& pageData, std::uint32_t fieldId);
+
+}  // namespace zeph
