@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -30,13 +30,26 @@ class TagIndex {
   void Assign(std::vector<TagIndexEntry> entries);
   [[nodiscard]] const std::vector<TagIndexEntry>& Entries() const noexcept { return entries_; }
   /// The Domain of the first hit, or nothing. At each position the binary search's own probing decides
-  /// which of several matching tags is taken, not the longest. The text is folded to lower case first.
-  /// The view lives as long as the index. O(text * log entries); positions where no tag can begin cost one lookup.
+  /// which of several matching tags is taken, not the longest. The text is read in lower case.
+  /// The view lives as long as the index. O(text * log entries), no allocation; a position where no tag can begin
+  /// costs one lookup.
   [[nodiscard]] std::optional<std::u16string_view> FindTag(std::u16string_view text, TagForm form) const;
 
  private:
+  /// A tag goes into the filter by its first units, at most this many.
+  static constexpr std::size_t kFilterUnits = 3;
+
+  [[nodiscard]] std::size_t BitOf(std::uint64_t units, std::size_t count) const noexcept;
+  [[nodiscard]] bool MayBegin(std::uint64_t units) const noexcept;
+  template <TagForm form>
+  [[nodiscard]] const TagIndexEntry* Probe(std::u16string_view text) const noexcept;
+  template <TagForm form>
+  [[nodiscard]] const TagIndexEntry* Search(std::u16string_view text) const noexcept;
+
   std::vector<TagIndexEntry> entries_;
-  std::array<std::uint64_t, 1024> firstUnits_{};  ///< bit set of the first units of all tags
+  std::vector<std::uint64_t> filter_;      ///< bits by the hash of first units; a clear bit: no tag begins so
+  unsigned shift_ = 0;                     ///< leaves of a hash the number of a bit of filter_
+  bool hasLength_[kFilterUnits + 1] = {};  ///< a tag stands in the filter by so many units
 };
 
 }  // namespace zeph

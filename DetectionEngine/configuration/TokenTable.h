@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "DetectionEngine/configuration/TextHash.h"
+
 namespace zeph {
 
 /// URL token to probability: a hash table looked up by view, without allocation. Order of insertion
@@ -18,28 +20,54 @@ class TokenTable {
   void reserve(std::size_t count);
   /// The later of two equal keys wins.
   void insert_or_assign(std::u16string_view key, double probability);
-  /// The token's probability, or null. O(1).
-  [[nodiscard]] const double* Find(std::u16string_view key) const noexcept;
-  [[nodiscard]] std::size_t size() const noexcept;
-  [[nodiscard]] bool empty() const noexcept { return size() == 0; }
+  /// The token's probability, or null; it stays where it is while the table is unchanged. O(1).
+  [[nodiscard]] const double* Find(std::u16string_view key) const noexcept {
+    if (entries_.empty()) return nullptr;
+    const std::uint32_t entry = slots_[SlotOf(key, Hash(key))].entry;
+    return entry == kFree ? nullptr : &entries_[entry].probability;
+  }
+  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
+  [[nodiscard]] bool empty() const noexcept { return entries_.empty(); }
   /// All entries in ascending key order; the views live as long as the table stays unchanged.
   [[nodiscard]] std::vector<std::pair<std::u16string_view, double>> Sorted() const;
 
   friend bool operator==(const TokenTable& a, const TokenTable& b) { return a.Sorted() == b.Sorted(); }
 
  private:
+  static constexpr std::uint32_t kFree = 0xFFFFFFFF;
+
+  /// Small, so that a lookup that finds nothing touches little more than one cache line.
   struct Slot {
     std::uint32_t hash = 0;
-    std::uint32_t offset = 0;  ///< into text_
-    std::uint32_t length = 0;  ///< kFree: no entry
-    double probability = 0.0;
+    std::uint32_t entry = kFree;  ///< index into entries_
   };
-  [[nodiscard]] std::size_t SlotOf(std::u16string_view key, std::uint32_t hash) const noexcept;
+  struct Entry {
+    double probability;
+    std::uint32_t offset;  ///< into text_
+    std::uint32_t length;
+  };
+
+  [[nodiscard]] std::uint32_t Hash(std::u16string_view key) const noexcept {
+    return static_cast<std::uint32_t>(TextHash::Of(key, secret_));
+  }
+  [[nodiscard]] std::u16string_view KeyOf(const Entry& entry) const noexcept {
+    return {text_.data() + entry.offset, entry.length};
+  }
+  /// The slot that holds the key, or the free one that would.
+  [[nodiscard]] std::size_t SlotOf(std::u16string_view key, std::uint32_t hash) const noexcept {
+    const std::size_t mask = slots_.size() - 1;
+    std::size_t at = hash & mask;
+    while (slots_[at].entry != kFree && (slots_[at].hash != hash || KeyOf(entries_[slots_[at].entry]) != key)) {
+      at = (at + 1) & mask;
+    }
+    return at;
+  }
   void Grow(std::size_t slots);
 
-  std::vector<Slot> slots_;  ///< a power of two, at most three quarters full
-  std::u16string text_;      ///< all keys, one behind another
-  std::size_t count_ = 0;
+  std::vector<Slot> slots_;     ///< a power of two, at most half full; none before the first key
+  std::vector<Entry> entries_;  ///< in order of insertion
+  std::u16string text_;         ///< all keys, one behind another
+  TextHash::Secret secret_ = TextHash::Seed();
 };
 
 }  // namespace zeph

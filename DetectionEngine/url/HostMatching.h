@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -24,6 +25,22 @@ struct NetLocationMatch {
   std::u16string_view name;  ///< lives as long as the list
 
   explicit operator bool() const noexcept { return index >= 0; }
+};
+
+/// One host against entries of site lists. A host that is a name is resolved for the first network it meets, and
+/// only then. For one thread; the host outlives it.
+class HostMatcher {
+ public:
+  explicit HostMatcher(std::u16string_view host) noexcept : host_(host) {}
+
+  /// A Domain by HostMatchesDomain, a Hostname by WildcardMatch, a Network by the host's address; a URL never.
+  [[nodiscard]] bool Matches(const NetLocation& entry);
+  [[nodiscard]] bool LiesIn(const IPRange& range);
+
+ private:
+  std::u16string_view host_;
+  std::optional<std::uint32_t> address_;
+  bool addressKnown_ = false;
 };
 
 /// The first entry in list order that matches; URL entries never do. Walks; may resolve the host when the

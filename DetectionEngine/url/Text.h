@@ -13,7 +13,7 @@
 
 namespace zeph {
 
-/// The cleaning operations leave a longer text untouched: one of them is quadratic by nature.
+/// The cleaning operations leave a longer text untouched: rules were written against texts of at most this length.
 inline constexpr std::size_t kCleaningLimit = 3000;
 
 /// Appends the pieces between separators, empty ones dropped; gives the new size of out. O(length).
@@ -49,8 +49,12 @@ void ReplaceAllNoCase(std::u16string& text, std::u16string_view find, std::u16st
 [[nodiscard]] bool StartsWithNoCase(std::u16string_view text, std::u16string_view prefix) noexcept;
 /// False for an empty suffix.
 [[nodiscard]] bool EndsWith(std::u16string_view text, std::u16string_view suffix) noexcept;
+/// Position of the first hit at or behind from, or npos. Linear in the text whatever the two hold, as all searches
+/// here are; none allocates.
+[[nodiscard]] std::size_t FindExact(std::u16string_view text, std::u16string_view needle,
+                                    std::size_t from = 0) noexcept;
 [[nodiscard]] bool ContainsExact(std::u16string_view needle, std::u16string_view text) noexcept;
-/// An empty needle is found in any text. No allocation.
+/// An empty needle is found in any text.
 [[nodiscard]] bool ContainsNoCase(std::u16string_view needle, std::u16string_view text) noexcept;
 /// A hit stands alone: no letter before it, none behind it; the character behind isn't looked at when it is the
 /// text's last.

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "DetectionEngine/url/HostMatching.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+
+#include "DetectionEngine/configuration/Configuration.h"
+#include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/platform/Resolver.h"
+#include "DetectionEngine/url/Text.h"
+
+namespace zeph {
+
+namespace {
+
+/// The address that a host is or resolves to. A host of digits and dots is never a name, whatever it says.
+std::optional<std::uint32_t> AddressOf(std::u16string_view host) {
+  if (host.empty()) return std::nullopt;
+  if (std::all_of(host.begin(), host.end(), [](char16_t c) { return IsDigit(c) || c == u'.'; })) {
+    return IpToNumber(host);
+  }
+  const std::optional<std::string> address = ResolveHost(Narrow(host));
+  return address ? std::optional(IpToNumber(Widen(*address))) : std::nullopt;
+}
+
+NetLocationMatch MatchAt(std::span<const NetLocation> list, std::optional<std::size_t> at) noexcept {
+  if (!at) return {};
+  return {static_cast<std::ptrdiff_t>(*at), list[*at].Type == kNetwork ? std::u16string_view() : list[*at].Name};
+}
+
+}  // namespace
+
+// Leftmost hits are enough: where any choice of hits fits, the leftmost does. So the last piece of a pattern that
+// doesn't end with "*" need only be a suffix that begins behind the hit before it.
+bool WildcardMatch(std::u16string_view text, std::u16string_view pattern) {
+  std::size_t star = pattern.find(u'*');
+  if (star == std::u16string_view::npos) return text == pattern;
+  if (!text.starts_with(pattern.substr(0, star))) return false;
+  std::size_t at = star;
+  for (;;) {
+    const std::size_t begin = star + 1;
+    star = pattern.find(u'*', begin);
+    if (star == std::u16string_view::npos) {
+      const std::u16string_view last = pattern.substr(begin);
+      return text.size() - at >= last.size() && text.ends_with(last);
+    }
+    const std::u16string_view piece = pattern.substr(begin, star - begin);
+    at = FindExact(text, piece, at);
+    if (at == std::u16string_view::npos) return false;
+    at += piece.size();
+  }
+}
+
+bool HostMatchesDomain(std::u16string_view host, std::u16string_view pattern) {
+  if (WildcardMatch(host, pattern)) return true;
+  if (pattern.find(u'*') != std::u16string_view::npos) return WildcardMatch(host, u"*." + std::u16string(pattern));
+  return host.size() > pattern.size() && host.ends_with(pattern) && host[host.size() - pattern.size() - 1] == u'.';
+}
+
+bool HostMatcher::Matches(const NetLocation& entry) {
+  switch (entry.Type) {
+    case kDomain:
+      return HostMatchesDomain(host_, entry.Name);
+    case kHostname:
+      return WildcardMatch(host_, entry.Name);
+    case kNetwork:
+      return LiesIn(entry.Range);
+    default:
+      return false;
+  }
+}
+
+bool HostMatcher::LiesIn(const IPRange& range) {
+  if (!addressKnown_) {
+    address_ = AddressOf(host_);
+    addressKnown_ = true;
+  }
+  return address_ && range.First <= *address_ && *address_ <= range.Last;
+}
+
+NetLocationMatch FindInNetLocations(std::u16string_view host, std::span<const NetLocation> list) {
+  HostMatcher matcher(host);
+  const auto at =
+      std::find_if(list.begin(), list.end(), [&](const NetLocation& entry) { return matcher.Matches(entry); });
+  return MatchAt(list, at == list.end() ? std::nullopt : std::optional(static_cast<std::size_t>(at - list.begin())));
+}
+
+NetLocationMatch FindInNetLocations(std::u16string_view host, const NetLocationList& list) {
+  const std::span<const NetLocation> entries(list.Entries);
+  return list.Index.IsBuilt() ? MatchAt(entries, list.Index.Find(host, entries)) : FindInNetLocations(host, entries);
+}
+
+std::uint32_t IpToNumber(std::u16string_view text) noexcept {
+  constexpr std::size_t kLongest = 20;
+  if (text.size() > kLongest) return 0;
+  std::uint32_t address = 0;
+  int octets = 0;
+  for (std::size_t at = 0; at <= text.size(); ++at) {
+    std::uint32_t octet = 0;
+    const std::size_t begin = at;
+    for (; at < text.size() && IsDigit(text[at]); ++at) octet = std::min(octet * 10 + (text[at] - u'0'), 256U);
+    if (at == begin || octet > 255 || (at < text.size() && text[at] != u'.')) return 0;
+    address = address << 8 | octet;
+    ++octets;
+  }
+  return octets == 4 ? address : 0;
+}
+
+bool HostInRange(std::u16string_view host, std::uint32_t low, std::uint32_t high) {
+  return HostMatcher(host).LiesIn({low, high});
+}
+
+}  // namespace zeph
