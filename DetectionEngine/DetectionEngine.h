@@ -20,6 +20,12 @@
 #include <uchar.h>
 #endif
 
+#if defined(__GNUC__)
+#define ZEPH_EXPORT __attribute__((visibility("default")))
+#else
+#define ZEPH_EXPORT
+#endif
+
 #ifdef __cplusplus
 namespace zeph {
 class IHTMLDocument2;
@@ -57,25 +63,25 @@ typedef int32_t (*ZephReportCallback)(const char16_t *url, const char16_t *serve
 
 /* 1: asks the server (or the check callback) about a URL. Writes the answer to *classification, 0 when the
  * exchange failed; null: nothing is asked. Blocks for the exchange. Always 0. */
-int32_t CheckURL(ZephWideString url, int32_t *classification);
+ZEPH_EXPORT int32_t CheckURL(ZephWideString url, int32_t *classification);
 
 /* 2: writes five integers: 0, major, minor, patch of the library's version, and 2 (1 on 32-bit Windows).
  * 1 when version is null or the module's file carries no version. */
-int32_t GetEngineVersion(int32_t *version);
+ZEPH_EXPORT int32_t GetEngineVersion(int32_t *version);
 
 /* 4: reports a URL. reportCode is the caller's; context may be null. 0, or 1 for a null URL, one that can't be
  * decoded, or a failed exchange. Blocks for the exchange. */
-int32_t ReportURL(const char16_t *url, int32_t reportCode, const char16_t *context);
+ZEPH_EXPORT int32_t ReportURL(const char16_t *url, int32_t reportCode, const char16_t *context);
 
 /* 7: sets both callbacks; null clears. Always 0. */
-int32_t SetServerCallbacks(ZephCheckCallback checkCallback, ZephReportCallback reportCallback);
+ZEPH_EXPORT int32_t SetServerCallbacks(ZephCheckCallback checkCallback, ZephReportCallback reportCallback);
 
 /* 8: copies the name of the classification server. 1, with an empty text, when the configuration has none; 1
  * when serverName is null or no configuration could be loaded. */
-int32_t GetServerName(char16_t *serverName);
+ZEPH_EXPORT int32_t GetServerName(char16_t *serverName);
 
 /* 9: ClassifySite without pageUrl and engineResults. */
-int32_t ClassifyDocument(ZephDocument *document, int32_t *classification, char16_t *siteName, float *spooficity);
+ZEPH_EXPORT int32_t ClassifyDocument(ZephDocument *document, int32_t *classification, char16_t *siteName, float *spooficity);
 
 /* 10: classifies a bare URL by the rules of URLs alone; never asks the server.
  * classification: out, 1, 3, 5 or 6; 3 also when the call fails after its arguments were accepted.
@@ -83,19 +89,19 @@ int32_t ClassifyDocument(ZephDocument *document, int32_t *classification, char16
  * ("Microsoft") for a URL that is neither http, https nor ftp, which is trustworthy without a look.
  * spooficity: out, may be null, 0.0 to 1.0.
  * 0; 1 when url or classification is null or no configuration could be loaded; -1 when url can't be decoded. */
-int32_t ClassifyURL(const char16_t *url, int32_t *classification, char16_t *siteName, float *spooficity);
+ZEPH_EXPORT int32_t ClassifyURL(const char16_t *url, int32_t *classification, char16_t *siteName, float *spooficity);
 
 /* 11: does nothing. */
-void EngineReserved(int32_t first, int32_t second, int32_t third);
+ZEPH_EXPORT void EngineReserved(int32_t first, int32_t second, int32_t third);
 
 /* 12: sets privacy (0 full URL, 1 partial URL, 2 nothing is sent), the log's level, the vendor's name (null:
  * unchanged), whether a package must be signed, and the key of the settings. Meant for the start, before other
  * threads work. Always 0. */
-int32_t SetPreferences(int32_t reserved, int32_t privacy, int32_t logLevel, const char *vendorName,
+ZEPH_EXPORT int32_t SetPreferences(int32_t reserved, int32_t privacy, int32_t logLevel, const char *vendorName,
                        uint8_t verifySignature, const char *moduleName);
 
 /* 13: destroys a report of ClassifySite; null is accepted. */
-void ReleaseEngineResults(ZephEngineResults *results);
+ZEPH_EXPORT void ReleaseEngineResults(ZephEngineResults *results);
 
 /* 14: classifies a page. The document is read on this thread and not kept.
  * classification, siteName, spooficity: as for ClassifyURL, siteName being written whenever a brand is named.
@@ -103,34 +109,34 @@ void ReleaseEngineResults(ZephEngineResults *results);
  * engineResults: out, may be null; if given, it receives a report that the caller releases, and the server is
  * not asked.
  * 0, 1 as above, -1 when the URL can't be decoded, or the status of the collector that ended the call. */
-int32_t ClassifySite(ZephDocument *document, int32_t *classification, char16_t *siteName, const char16_t *pageUrl,
+ZEPH_EXPORT int32_t ClassifySite(ZephDocument *document, int32_t *classification, char16_t *siteName, const char16_t *pageUrl,
                      ZephEngineResults **engineResults, float *spooficity);
 
 /* 15: sets *found to 1 when brandId is one of the configuration's brand identifiers, compared exactly, else 0.
  * 1 when an argument is null. */
-int32_t IsTRLMBrandID(const char16_t *brandId, uint8_t *found);
+ZEPH_EXPORT int32_t IsTRLMBrandID(const char16_t *brandId, uint8_t *found);
 
 /* 16: makes the cabinet cabPath/cabName of count files; the entry "+" starts a new folder in it. cabPath null:
  * the root folder. 1 on success, else 0 and no cabinet. */
-int32_t BuildCabinet(const char *const *files, int32_t count, const char *cabName, const char *cabPath);
+ZEPH_EXPORT int32_t BuildCabinet(const char *const *files, int32_t count, const char *cabName, const char *cabPath);
 
 /* 17: packs, compresses and enciphers count files into outputFile; null and unreadable entries are left out.
  * 1 on success, else 0. */
-int32_t PackFiles(const char *const *files, int32_t count, const char *outputFile);
+ZEPH_EXPORT int32_t PackFiles(const char *const *files, int32_t count, const char *outputFile);
 
 /* 18: names the package to load (a file name without ".zip") and starts loading it in the background; only
  * the first call of a process starts the load thread. Null: ignored. */
-void SetConfigFileBaseName(const char *baseName);
+ZEPH_EXPORT void SetConfigFileBaseName(const char *baseName);
 
 /* 19: sets the privacy level 0, 1 or 2 and gives the one before; any other level is refused with -1. */
-int32_t SetPrivacy(uint32_t level);
+ZEPH_EXPORT int32_t SetPrivacy(uint32_t level);
 
 /* 20: the privacy level. */
-int32_t GetPrivacy(void);
+ZEPH_EXPORT int32_t GetPrivacy(void);
 
 /* The function of an ordinal, to be cast to its type; null for 3, 5, 6, 0 and above 20. */
 typedef void (*ZephFunction)(void);
-ZephFunction DetectionEngineOrdinal(uint32_t number);
+ZEPH_EXPORT ZephFunction DetectionEngineOrdinal(uint32_t number);
 
 #ifdef __cplusplus
 } /* extern "C" */
