@@ -25,7 +25,7 @@ inline constexpr int kEngineModule = 5;
 /// Where the settings of the log stand in the machine's hive.
 inline constexpr std::string_view kLogSettingsKey = "Software\\Corvanta\\Shared Agent\\Debug\\DebugOutput";
 /// A log file with more bytes than this is renamed, zeph0.log becoming zeph1.log, before the next line.
-inline constexpr std::int64_t kLogFileLimit = 3000000;
+inline constexpr std::uint64_t kLogFileLimit = 3000000;
 /// Log files kept, the current one among them.
 inline constexpr int kLogFileCount = 3;
 

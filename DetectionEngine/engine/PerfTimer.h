@@ -36,7 +36,6 @@ class PerfTimer {
     std::int64_t overhead = 0;  ///< the negative of a start and stop
   };
   static const Calibration& Calibrate() noexcept;
-  void StopLess(std::int64_t overhead);
 
   /// Above 0: runs, since this reading of the counter. Else stands, the negative being the time so far.
   std::int64_t ticks_ = 0;

@@ -14,6 +14,9 @@ namespace zeph {
 /// parts of a second are cut off. 0 when either isn't a date and time of the years 1601 to 30827.
 [[nodiscard]] std::int64_t SecondsBetween(const CalendarTime& a, const CalendarTime& b) noexcept;
 
+/// The slot of the last site that was recognised: Md5Hex of its name.
+inline constexpr std::uint32_t kRememberedSiteSlot = 4;
+
 /// The engine's small memory across processes: numbered slots of narrow text of at most 260 bytes, kept for the
 /// logged-on user under SettingsKeyPath. Made anew for each use. Slots are read and written without a lock: the last
 /// writer wins. A store that can't be read or written costs nothing but the memory. Any thread.

@@ -63,6 +63,9 @@ bool MoveFile(const std::string& from, const std::string& to) noexcept;
 /// process's mask.
 bool MakeFolder(const std::string& path, unsigned mode = 0777) noexcept;
 
+/// Makes a folder for this user alone, or finds that the one there is such: nobody else owns it or may enter it.
+[[nodiscard]] bool MakePrivateFolder(const std::string& path) noexcept;
+
 /// Permission bits as in chmod.
 bool SetFileMode(const std::string& path, unsigned mode) noexcept;
 /// Nanoseconds since 1970, UTC.

@@ -25,12 +25,18 @@ enum class HiveOwner { kMachine, kUser };
 
 /// A 32-bit number, or narrow text of any bytes.
 using SettingValue = std::variant<std::uint32_t, std::string>;
-using SettingValues = std::map<std::string, SettingValue, std::less<>>;
+
+/// Orders keys and names without regard to case in ASCII.
+struct SettingNameLess {
+  using is_transparent = void;
+  [[nodiscard]] bool operator()(std::string_view a, std::string_view b) const noexcept;
+};
+using SettingValues = std::map<std::string, SettingValue, SettingNameLess>;
 
 /// Longest key, value name, and text of a value, in bytes; longer ones are refused and read as absent.
 inline constexpr std::size_t kSettingTextLimit = 4096;
 /// Most values that ReadKey and keys that Keys give.
-inline constexpr int kSettingCountLimit = 10000;
+inline constexpr std::uint32_t kSettingCountLimit = 10000;
 
 class SettingsHive {
  public:

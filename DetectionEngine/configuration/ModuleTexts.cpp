@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "DetectionEngine/configuration/ModuleTexts.h"
+
+#include <mutex>
+
+#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/platform/Module.h"
+
+namespace zeph {
+
+namespace {
+
+constexpr std::uint32_t kSettingsKeyStart = 0xC4;
+constexpr std::uint32_t kSettingsKeyMiddle = 0xC5;
+
+struct SharedText {
+  std::mutex guard;
+  std::u16string text;
+};
+
+SharedText& KeyPath() {
+  static SharedText path;
+  return path;
+}
+
+/// Where the extension of a file name begins. That of a shared library may have a version behind it.
+std::size_t ExtensionOf(std::string_view name) {
+  for (std::size_t at = name.find(".so"); at != std::string_view::npos; at = name.find(".so", at + 1)) {
+    const std::string_view rest = name.substr(at + 3);
+    if (rest.empty() || (rest.front() == '.' && rest.find_first_not_of(".0123456789") == std::string_view::npos)) {
+      return at;
+    }
+  }
+  return name.rfind('.');
+}
+
+}  // namespace
+
+OsFamily GetOsFamily() noexcept { return {}; }
+
+ModuleTexts FillModuleTexts() {
+  const std::string path = ModulePath();
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return {};
+  const std::string_view name = std::string_view(path).substr(slash + 1);
+  return {Widen(path), Widen(std::string_view(path).substr(0, slash)), Widen(name.substr(0, ExtensionOf(name)))};
+}
+
+std::u16string SettingsKeyPath() {
+  SharedText& path = KeyPath();
+  const std::lock_guard guard(path.guard);
+  return path.text;
+}
+
+void SetSettingsKeyPath(std::string_view vendor, std::string_view module) {
+  std::u16string text(StringEntry(kSettingsKeyStart));
+  text += Widen(vendor);
+  text += StringEntry(kSettingsKeyMiddle);
+  text += Widen(module);
+  SharedText& path = KeyPath();
+  const std::lock_guard guard(path.guard);
+  path.text = std::move(text);
+}
+
+}  // namespace zeph
