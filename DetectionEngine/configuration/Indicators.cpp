@@ -16,6 +16,7 @@ void ExpressionValue::Prepare() {
     prepared.lowerItems.push_back(ToLower(item));
     prepared.itemNumbers.push_back(ReadNumber(item));
   }
+  prepared.words.Assign(prepared.lowerItems);
 }
 
 void Indicators::Prepare() {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "DetectionEngine/url/WordFinder.h"
+
 namespace zeph {
 
 /// The weight that says nothing; the default of both weights of an indicator.
@@ -29,6 +31,7 @@ struct PreparedValue {
   std::u16string lowerValue;               ///< Value in lower case
   std::vector<std::u16string> lowerItems;  ///< Items in lower case
   std::vector<std::int32_t> itemNumbers;   ///< Items as decimal numbers
+  WordFinder words;                        ///< Items, to be found in a text in one pass
 };
 
 /// What a method compares with.

@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "DetectionEngine/url/WordFinder.h"
+
+#include <algorithm>
+#include <bit>
+#include <utility>
+
+#include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/url/Text.h"
+
+namespace zeph {
+namespace {
+
+/// So many words are searched sooner one after another than in one pass.
+constexpr std::size_t kFewWords = 6;
+
+constexpr std::size_t kPrefixUnits = 4;  // what a 64-bit number holds
+
+std::size_t PrefixLengthOf(std::u16string_view word) noexcept { return std::min(word.size(), kPrefixUnits); }
+
+/// The last unit stands in the low bits.
+std::uint64_t PrefixOf(std::u16string_view word) noexcept {
+  std::uint64_t prefix = 0;
+  for (const char16_t c : word.substr(0, kPrefixUnits)) prefix = prefix << 16 | c;
+  return prefix;
+}
+
+std::uint64_t HashOf(std::uint64_t prefix) noexcept { return prefix * 0x9E3779B97F4A7C15U; }
+
+bool OverlapsItselfBehindNonLetter(std::u16string_view word) noexcept {
+  for (std::size_t shift = 1; shift < word.size(); ++shift) {
+    if (!IsAlpha(word[shift - 1]) && word.starts_with(word.substr(shift))) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+WordFinder::Level::Level(std::size_t length, std::size_t words)
+    : prefixLength(length),
+      mask(length == kPrefixUnits ? ~std::uint64_t{0} : (std::uint64_t{1} << (16 * length)) - 1),
+      seen(std::bit_ceil(words)),  // 64 bits a word
+      slots(std::bit_ceil(2 * words)) {
+  shift = 64 - std::countr_zero(64 * seen.size());
+}
+
+bool WordFinder::Level::MayHold(std::uint64_t prefix) const noexcept {
+  const std::uint64_t bit = HashOf(prefix) >> shift;
+  return (seen[bit / 64] >> (bit % 64) & 1) != 0;
+}
+
+std::size_t WordFinder::Level::SlotOf(std::uint64_t prefix) const noexcept {
+  std::size_t at = static_cast<std::size_t>(HashOf(prefix) >> 32) & (slots.size() - 1);
+  while (slots[at].end != slots[at].begin && slots[at].prefix != prefix) at = (at + 1) & (slots.size() - 1);
+  return at;
+}
+
+void WordFinder::Assign(std::span<const std::u16string> words) {
+  *this = WordFinder();
+  count_ = words.size();
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    if (words[i].empty()) continue;
+    words_.push_back({static_cast<std::uint32_t>(text_.size()), static_cast<std::uint32_t>(words[i].size()),
+                      static_cast<std::uint32_t>(i), OverlapsItselfBehindNonLetter(words[i])});
+    text_ += words[i];
+  }
+  if (words_.size() <= kFewWords) return;
+  std::ranges::stable_sort(
+      words_, {}, [&](const Word& word) { return std::pair(PrefixLengthOf(TextOf(word)), PrefixOf(TextOf(word))); });
+  for (std::size_t begin = 0; begin < words_.size();) {
+    const std::size_t length = PrefixLengthOf(TextOf(words_[begin]));
+    std::size_t end = begin + 1;
+    while (end < words_.size() && PrefixLengthOf(TextOf(words_[end])) == length) ++end;
+    Level& level = levels_.emplace_back(length, end - begin);
+    for (; begin < end; ++begin) {
+      const std::uint64_t prefix = PrefixOf(TextOf(words_[begin]));
+      const std::uint64_t bit = HashOf(prefix) >> level.shift;
+      level.seen[bit / 64] |= std::uint64_t{1} << (bit % 64);
+      Slot& slot = level.slots[level.SlotOf(prefix)];
+      if (slot.end == slot.begin) slot = {prefix, static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(begin)};
+      ++slot.end;
+    }
+  }
+}
+
+template <class Hit>
+void WordFinder::Walk(std::u16string_view text, Hit hit) const {
+  std::uint64_t window = 0;  // the last units of the text, folded
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    window = window << 16 | LowerOf(text[i]);
+    for (const Level& level : levels_) {
+      const std::uint64_t prefix = window & level.mask;
+      if (!level.MayHold(prefix) || level.prefixLength > i + 1) continue;
+      const Slot& slot = level.slots[level.SlotOf(prefix)];
+      const std::size_t begin = i + 1 - level.prefixLength;
+      for (std::size_t w = slot.begin; w < slot.end; ++w) {
+        const std::u16string_view word = TextOf(words_[w]);
+        if (!StartsWithNoCase(text.substr(begin), word)) continue;
+        if (!hit(words_[w], begin)) return;
+      }
+    }
+  }
+}
+
+template <class Holds>
+std::size_t WordFinder::FirstOf(std::size_t first, Holds holds) const {
+  for (const Word& word : words_) {
+    if (word.position < first && holds(word)) first = word.position;
+  }
+  return first;
+}
+
+std::ptrdiff_t WordFinder::FindFirst(std::u16string_view text) const {
+  std::size_t first = count_;
+  if (levels_.empty()) {
+    first = FirstOf(first, [&](const Word& word) { return ContainsNoCase(TextOf(word), text); });
+  } else {
+    Walk(text, [&](const Word& word, std::size_t) {
+      first = std::min<std::size_t>(first, word.position);
+      return first != 0;
+    });
+  }
+  return first < count_ ? static_cast<std::ptrdiff_t>(first) : -1;
+}
+
+std::ptrdiff_t WordFinder::FindFirstAlone(std::u16string_view text) const {
+  std::size_t first = count_;
+  const bool few = levels_.empty();
+  if (!few) {
+    Walk(text, [&](const Word& word, std::size_t begin) {
+      const std::size_t behind = begin + word.length;
+      const bool begins = begin == 0 || !IsAlpha(text[begin - 1]);
+      const bool ends = behind + 1 >= text.size() || !IsAlpha(text[behind]);
+      if (begins && ends && !word.overlapsItself) first = std::min<std::size_t>(first, word.position);
+      return first != 0;
+    });
+  }
+  first = FirstOf(
+      first, [&](const Word& word) { return (few || word.overlapsItself) && ContainsWordNoCase(TextOf(word), text); });
+  return first < count_ ? static_cast<std::ptrdiff_t>(first) : -1;
+}
+
+std::size_t WordFinder::CountContained(std::u16string_view text, std::size_t from, std::size_t limit) const {
+  std::size_t count = 0;
+  if (limit == 0) return count;
+  if (levels_.empty()) {
+    for (const Word& word : words_) {
+      if (word.position >= from && ContainsNoCase(TextOf(word), text) && ++count == limit) break;
+    }
+    return count;
+  }
+  std::vector<bool> seen(count_);
+  Walk(text, [&](const Word& word, std::size_t) {
+    if (word.position < from || seen[word.position]) return true;
+    seen[word.position] = true;
+    return ++count < limit;
+  });
+  return count;
+}
+
+}  // namespace zeph
