@@ -40,18 +40,24 @@ struct FreeList {
   void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
 };
 
-/// A server's own certificate may be out of date; everything else about the chain counts.
-int AcceptOutdated(int verified, X509_STORE_CTX* context) {
+/// A server's own certificate may be out of date; everything else about the chain counts. The flag that SetUpTls
+/// left says that the chain was refused: the client library's error code doesn't always tell it from other failures.
+int AcceptOutdated(int verified, X509_STORE_CTX* store) {
   if (verified == 1) return 1;
-  const int error = X509_STORE_CTX_get_error(context);
+  const int error = X509_STORE_CTX_get_error(store);
   const bool outdated = error == X509_V_ERR_CERT_HAS_EXPIRED || error == X509_V_ERR_CERT_NOT_YET_VALID;
-  if (!outdated || X509_STORE_CTX_get_error_depth(context) != 0) return 0;
-  X509_STORE_CTX_set_error(context, X509_V_OK);
-  return 1;
+  if (outdated && X509_STORE_CTX_get_error_depth(store) == 0) {
+    X509_STORE_CTX_set_error(store, X509_V_OK);
+    return 1;
+  }
+  const auto* ssl = static_cast<SSL*>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
+  *static_cast<bool*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl))) = true;
+  return 0;
 }
 
-CURLcode SetUpTls(CURL*, void* sslContext, void*) {
+CURLcode SetUpTls(CURL*, void* sslContext, void* refusedFlag) {
   auto* context = static_cast<SSL_CTX*>(sslContext);
+  SSL_CTX_set_app_data(context, refusedFlag);
   SSL_CTX_set_verify(context, SSL_VERIFY_PEER, AcceptOutdated);
   return SSL_CTX_set_default_verify_paths(context) == 1 ? CURLE_OK : CURLE_SSL_CACERT_BADFILE;
 }
@@ -75,6 +81,7 @@ struct HttpPost::Exchange {
   std::unique_ptr<CURLM, FreeMulti> multi;
   std::atomic<bool> aborted{false};
   bool added = false;
+  bool authorityRefused = false;
   bool headerDone = false;
   bool finished = false;  ///< the transfer ended; code tells how
   CURLcode code = CURLE_OK;
@@ -152,6 +159,7 @@ bool HttpPost::Connect(std::string_view userAgent, std::string_view host, std::u
   curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
   curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
   curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, SetUpTls);
+  curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, &exchange.authorityRefused);
   curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, Exchange::OnHeader);
   curl_easy_setopt(easy, CURLOPT_HEADERDATA, &exchange);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, Exchange::OnBody);
@@ -185,7 +193,7 @@ HttpPost::SendResult HttpPost::Send(std::string_view header, std::string_view bo
   }
   if (exchange.headerDone) return SendResult::kResponse;
   errorCode = exchange.aborted ? CURLE_ABORTED_BY_CALLBACK : exchange.code;
-  return exchange.code == CURLE_PEER_FAILED_VERIFICATION ? SendResult::kUntrustedAuthority : SendResult::kFailed;
+  return exchange.authorityRefused ? SendResult::kUntrustedAuthority : SendResult::kFailed;
 }
 
 std::size_t HttpPost::Read(char* buffer, std::size_t size, int timeoutMs) {
