@@ -37,16 +37,22 @@ struct Field {
   std::uint32_t number;  ///< FieldID; written in packages, never renumber
   std::string_view name;
   FieldKind kind;
-  std::string_view summary;  ///< one line, for people who write rules
-  /// Null: the field has no value.
-  void (*read)(PageData&, FieldValue&);
+  std::string_view summary;              ///< one line, for people who write rules
+  void (*read)(PageData&, FieldValue&);  ///< null: the field has no value
+  /// Reading it counts, once, what other fields and methods then see; so it is read also where nobody looks at it.
+  bool counts = false;
 };
 
 /// All fields, row i having number i.
 [[nodiscard]] std::span<const Field> Fields() noexcept;
 
-/// The field's value as the page's data stand now; kNone for a number that no field has. Fields that show a
-/// brand count compute it on first use.
+/// The field of a number, or null when there is none or it has no value.
+[[nodiscard]] const Field* FindField(std::uint32_t number) noexcept;
+
+/// The field's value as the page's data stand now. Fields that show a brand count compute it on first use.
+[[nodiscard]] FieldValue ReadField(PageData& pageData, const Field& field);
+
+/// The same by number; kNone for a number that no field has.
 [[nodiscard]] FieldValue GetFieldValue(PageData& pageData, std::uint32_t fieldId);
 
 }  // namespace zeph

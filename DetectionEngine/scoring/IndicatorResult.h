@@ -7,7 +7,7 @@ namespace zeph {
 
 /// The answer of one expression and, after combining, of one indicator.
 struct IndicatorResult {
-  bool evaluated = false;    ///< the indicator ran, and every expression that ran had a known method
+  bool evaluated = false;  ///< the indicator ran, and every expression that ran had a known method
   bool on = false;
   std::u16string fieldText;  ///< what was looked at
   std::u16string matchText;  ///< what it matched: an item, a number as text, a brand's key

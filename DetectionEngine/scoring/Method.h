@@ -28,6 +28,7 @@ struct Method {
   std::uint32_t number;  ///< MethodID; written in packages, never renumber
   std::string_view name;
   std::string_view summary;  ///< one line, for people who write rules
+  bool readsField;           ///< false: the expression's field plays no part, and isn't read
   /// Null: no method has this number, and a rule that names it counts as not evaluated.
   IndicatorResult (*run)(const MethodCall&);
 };

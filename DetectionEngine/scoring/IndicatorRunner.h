@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+// The interpreter of the rule language: a rule is a list of expressions (field, method, value) and an operator that
+// combines their answers. Nothing here knows what a rule means.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "DetectionEngine/configuration/Configuration.h"
+#include "DetectionEngine/configuration/Indicators.h"
+#include "DetectionEngine/page/PageData.h"
+#include "DetectionEngine/scoring/FieldValue.h"
+#include "DetectionEngine/scoring/IndicatorResult.h"
+#include "DetectionEngine/scoring/Method.h"
+
+namespace zeph {
+
+/// Evaluates the rules of one stage, in their order, each into its entry of results; the entries of other rules stay.
+/// A rule sees the answers of those before it. results has an entry for every rule, and the rules are prepared. A bad
+/// rule never stops the walk: an unknown method leaves its rule off and unevaluated. The caller's thread only; the
+/// configuration may be shared.
+void RunStage(const Indicators& indicators, const Configuration& configuration, PageData& pageData, std::uint32_t stage,
+              std::span<IndicatorResult> results);
+
+/// The first answer, which is moved out of the list, its on replaced by what the operator makes of all of them. So a
+/// rule's texts are always those of its first expression.
+[[nodiscard]] IndicatorResult CombineExpressions(std::span<IndicatorResult> expressionResults,
+                                                 std::uint32_t operatorId);
+
+/// How the expressions of a rule combine.
+struct Operator {
+  std::uint32_t number;  ///< OperatorID; written in packages, never renumber
+  std::string_view name;
+  std::string_view summary;  ///< one line, for people who write rules
+  bool (*isOn)(std::span<const IndicatorResult>);
+};
+
+/// All operators, row i having number i. Any other number runs all expressions and takes the first answer.
+[[nodiscard]] std::span<const Operator> Operators() noexcept;
+
+/// How an expression's Value is read.
+struct ValueTypeRow {
+  std::uint32_t number;
+  std::string_view name;
+  std::string_view summary;  ///< one line, for people who write rules
+};
+
+[[nodiscard]] std::span<const ValueTypeRow> ValueTypes() noexcept;
+
+}  // namespace zeph
