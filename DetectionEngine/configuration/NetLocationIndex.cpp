@@ -55,7 +55,8 @@ std::size_t NetLocationIndex::SlotOf(std::u16string_view name, std::uint64_t has
                                      std::span<const NetLocation> entries) const {
   const std::size_t mask = slots_.size() - 1;
   std::size_t at = hash & mask;
-  while (!slots_[at].IsFree() && (slots_[at].hash != hash || entries[slots_[at].AnyEntry()].Name != name)) {
+  while (!slots_[at].IsFree() &&
+         (slots_[at].hash != hash || !TextHash::Same(entries[slots_[at].AnyEntry()].Name, name))) {
     at = (at + 1) & mask;
   }
   return at;

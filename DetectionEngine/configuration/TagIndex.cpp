@@ -42,25 +42,24 @@ void TagIndex::Assign(std::vector<TagIndexEntry> entries) {
     const std::size_t count = std::min(entry.Tag.size(), kFilterUnits);
     std::uint64_t units = 0;
     for (std::size_t i = 0; i < count; ++i) units |= std::uint64_t{entry.Tag[i]} << (kUnitBits * i);
-    const std::size_t bit = BitOf(units, count);
+    const std::size_t bit = BitOf(units);
     filter_[bit / 64] |= std::uint64_t{1} << bit % 64;
     hasLength_[count] = true;
   }
 }
 
-std::size_t TagIndex::BitOf(std::uint64_t units, std::size_t count) const noexcept {
-  return static_cast<std::size_t>((units + (std::uint64_t{count} << 48)) * 0x9E3779B97F4A7C15U >> shift_);
+std::size_t TagIndex::BitOf(std::uint64_t units) const noexcept {
+  return static_cast<std::size_t>(units * 0x9E3779B97F4A7C15U >> shift_);
 }
 
-/// units: the first three of a text position, zeros behind the text's end.
-bool TagIndex::MayBegin(std::uint64_t units) const noexcept {
-  if (hasLength_[0]) return true;
-  for (std::size_t count = kFilterUnits; count > 0; --count) {
-    if (!hasLength_[count]) continue;
-    const std::size_t bit = BitOf(units & ((std::uint64_t{1} << (kUnitBits * count)) - 1), count);
-    if ((filter_[bit / 64] >> bit % 64 & 1) != 0) return true;
-  }
-  return false;
+/// units: the first four of a text position, zeros behind the text's end.
+inline bool TagIndex::MayBegin(std::uint64_t units) const noexcept {
+  const auto isSet = [this](std::uint64_t key) {
+    const std::size_t bit = BitOf(key);
+    return (filter_[bit / 64] >> bit % 64 & 1) != 0;
+  };
+  return (hasLength_[4] && isSet(units)) || (hasLength_[3] && isSet(units & 0xFFFFFFFFFFFF)) ||
+         (hasLength_[2] && isSet(units & 0xFFFFFFFF)) || (hasLength_[1] && isSet(units & 0xFFFF)) || hasLength_[0];
 }
 
 template <TagForm form>

@@ -37,9 +37,9 @@ class TagIndex {
 
  private:
   /// A tag goes into the filter by its first units, at most this many.
-  static constexpr std::size_t kFilterUnits = 3;
+  static constexpr std::size_t kFilterUnits = 4;
 
-  [[nodiscard]] std::size_t BitOf(std::uint64_t units, std::size_t count) const noexcept;
+  [[nodiscard]] std::size_t BitOf(std::uint64_t units) const noexcept;
   [[nodiscard]] bool MayBegin(std::uint64_t units) const noexcept;
   template <TagForm form>
   [[nodiscard]] const TagIndexEntry* Probe(std::u16string_view text) const noexcept;

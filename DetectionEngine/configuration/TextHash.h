@@ -46,6 +46,11 @@ class TextHash {
     return Mix(hash ^ rest, secret.factor);
   }
 
+  /// Equality by bytes: several times faster than the string class compares 16-bit units.
+  [[nodiscard]] static bool Same(std::u16string_view a, std::u16string_view b) noexcept {
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(char16_t)) == 0;
+  }
+
  private:
   [[nodiscard]] static std::uint64_t Load(const char16_t* at) noexcept {
     std::uint64_t units;

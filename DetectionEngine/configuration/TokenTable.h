@@ -57,7 +57,8 @@ class TokenTable {
   [[nodiscard]] std::size_t SlotOf(std::u16string_view key, std::uint32_t hash) const noexcept {
     const std::size_t mask = slots_.size() - 1;
     std::size_t at = hash & mask;
-    while (slots_[at].entry != kFree && (slots_[at].hash != hash || KeyOf(entries_[slots_[at].entry]) != key)) {
+    while (slots_[at].entry != kFree &&
+           (slots_[at].hash != hash || !TextHash::Same(KeyOf(entries_[slots_[at].entry]), key))) {
       at = (at + 1) & mask;
     }
     return at;

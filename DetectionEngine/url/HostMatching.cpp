@@ -25,6 +25,20 @@ std::optional<std::uint32_t> AddressOf(std::u16string_view host) {
   return address ? std::optional(IpToNumber(Widen(*address))) : std::nullopt;
 }
 
+/// What is left of a text against what is left of a pattern behind a "*". Leftmost hits are enough: where any choice of
+/// hits fits, the leftmost does. So the last piece of a pattern that doesn't end with "*" need only be a suffix that
+/// begins behind the hit before it.
+bool MatchBehindStar(std::u16string_view text, std::u16string_view pattern) {
+  for (;;) {
+    const std::size_t star = pattern.find(u'*');
+    if (star == std::u16string_view::npos) return text.ends_with(pattern);
+    const std::size_t hit = FindExact(text, pattern.substr(0, star));
+    if (hit == std::u16string_view::npos) return false;
+    text.remove_prefix(hit + star);
+    pattern.remove_prefix(star + 1);
+  }
+}
+
 NetLocationMatch MatchAt(std::span<const NetLocation> list, std::optional<std::size_t> at) noexcept {
   if (!at) return {};
   return {static_cast<std::ptrdiff_t>(*at), list[*at].Type == kNetwork ? std::u16string_view() : list[*at].Name};
@@ -32,31 +46,26 @@ NetLocationMatch MatchAt(std::span<const NetLocation> list, std::optional<std::s
 
 }  // namespace
 
-// Leftmost hits are enough: where any choice of hits fits, the leftmost does. So the last piece of a pattern that
-// doesn't end with "*" need only be a suffix that begins behind the hit before it.
 bool WildcardMatch(std::u16string_view text, std::u16string_view pattern) {
-  std::size_t star = pattern.find(u'*');
+  const std::size_t star = pattern.find(u'*');
   if (star == std::u16string_view::npos) return text == pattern;
-  if (!text.starts_with(pattern.substr(0, star))) return false;
-  std::size_t at = star;
-  for (;;) {
-    const std::size_t begin = star + 1;
-    star = pattern.find(u'*', begin);
-    if (star == std::u16string_view::npos) {
-      const std::u16string_view last = pattern.substr(begin);
-      return text.size() - at >= last.size() && text.ends_with(last);
-    }
-    const std::u16string_view piece = pattern.substr(begin, star - begin);
-    at = FindExact(text, piece, at);
-    if (at == std::u16string_view::npos) return false;
-    at += piece.size();
-  }
+  return text.starts_with(pattern.substr(0, star)) && MatchBehindStar(text.substr(star), pattern.substr(star + 1));
 }
 
+// The second form, with "*." before the pattern, is spelt out so that nothing need be put together: its first piece is
+// the pattern's own first piece behind a dot.
 bool HostMatchesDomain(std::u16string_view host, std::u16string_view pattern) {
   if (WildcardMatch(host, pattern)) return true;
-  if (pattern.find(u'*') != std::u16string_view::npos) return WildcardMatch(host, u"*." + std::u16string(pattern));
-  return host.size() > pattern.size() && host.ends_with(pattern) && host[host.size() - pattern.size() - 1] == u'.';
+  const std::size_t star = pattern.find(u'*');
+  if (star == std::u16string_view::npos) {
+    return host.size() > pattern.size() && host.ends_with(pattern) && host[host.size() - pattern.size() - 1] == u'.';
+  }
+  const std::u16string_view first = pattern.substr(0, star);
+  for (std::size_t dot = host.find(u'.'); dot != std::u16string_view::npos; dot = host.find(u'.', dot + 1)) {
+    const std::u16string_view below = host.substr(dot + 1);
+    if (below.starts_with(first)) return MatchBehindStar(below.substr(star), pattern.substr(star + 1));
+  }
+  return false;
 }
 
 bool HostMatcher::Matches(const NetLocation& entry) {

@@ -16,7 +16,8 @@ namespace zeph {
 bool IsSimilarWithin(std::u16string_view text, std::u16string_view candidate, float threshold, float& distance);
 
 /// Index of the first word contained in the text, both without punctuation and doubled letters and the text in
-/// lower case; -1 when none is, the text is empty of use or the list is empty.
+/// lower case; -1 when there is none. A word of which nothing is left is found in any text. One word has a rule of its
+/// own: "citi" doesn't count where it is part of "geocities", so that a page kept there isn't taken for the bank's.
 [[nodiscard]] std::ptrdiff_t ContainsNormalized(std::u16string_view text, std::span<const std::u16string> words);
 
 }  // namespace zeph

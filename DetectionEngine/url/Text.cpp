@@ -167,7 +167,7 @@ std::size_t Find(std::u16string_view text, std::u16string_view needle, std::size
       if (i + 1 >= needle.size()) return at;
       spent += i;
     }
-    if (spent > 8 * (at - from) + 1024) return FindTwoWay<Fold>(text, needle, at);
+    if (spent > 8 * (at - from) + 256) return FindTwoWay<Fold>(text, needle, at);
   }
   return kNone;
 }
@@ -201,7 +201,8 @@ void MakeLowerAll(char16_t* text, std::size_t length) noexcept {
         block[i] = static_cast<char16_t>(block[i] + (upper ? 32 : 0));
       }
     } else {
-      for (std::size_t i = 0; i < kBlock; ++i) block[i] = LowerOf(block[i]);
+      const auto& lower = detail::Characters().lower;
+      for (std::size_t i = 0; i < kBlock; ++i) block[i] = lower[block[i]];
     }
   }
   for (; at < length; ++at) text[at] = LowerOf(text[at]);
