@@ -24,27 +24,27 @@ SharedText& KeyPath() {
   return path;
 }
 
-/// Where the extension of a file name begins. That of a shared library may have a version behind it.
-std::size_t ExtensionOf(std::string_view name) {
-  for (std::size_t at = name.find(".so"); at != std::string_view::npos; at = name.find(".so", at + 1)) {
-    const std::string_view rest = name.substr(at + 3);
-    if (rest.empty() || (rest.front() == '.' && rest.find_first_not_of(".0123456789") == std::string_view::npos)) {
-      return at;
-    }
-  }
-  return name.rfind('.');
-}
-
 }  // namespace
 
 OsFamily GetOsFamily() noexcept { return {}; }
+
+std::string_view BaseNameOf(std::string_view fileName) noexcept {
+  constexpr std::string_view kLibrary = ".so";
+  for (std::size_t at = fileName.find(kLibrary); at != fileName.npos; at = fileName.find(kLibrary, at + 1)) {
+    const std::string_view version = fileName.substr(at + kLibrary.size());
+    if (version.empty() || (version.front() == '.' && version.find_first_not_of(".0123456789") == version.npos)) {
+      return fileName.substr(0, at);
+    }
+  }
+  return fileName.substr(0, fileName.rfind('.'));
+}
 
 ModuleTexts FillModuleTexts() {
   const std::string path = ModulePath();
   const std::size_t slash = path.rfind('/');
   if (slash == std::string::npos) return {};
   const std::string_view name = std::string_view(path).substr(slash + 1);
-  return {Widen(path), Widen(std::string_view(path).substr(0, slash)), Widen(name.substr(0, ExtensionOf(name)))};
+  return {Widen(path), Widen(std::string_view(path).substr(0, slash)), Widen(BaseNameOf(name))};
 }
 
 std::u16string SettingsKeyPath() {

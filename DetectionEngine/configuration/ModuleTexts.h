@@ -26,8 +26,10 @@ struct OsFamily {
 struct ModuleTexts {
   std::u16string ModulePath;    ///< full path of the module's file
   std::u16string ModuleFolder;  ///< the same without "/" and the file name
-  std::u16string BaseName;  ///< file name without extension; of a shared library, all from ".so" on is the extension
+  std::u16string BaseName;      ///< BaseNameOf the file name
 };
+/// A file name without its extension, which of a shared library is all from ".so" on: "libX.so.1.2" gives "libX".
+[[nodiscard]] std::string_view BaseNameOf(std::string_view fileName) noexcept;
 /// All empty when the module's file can't be told.
 [[nodiscard]] ModuleTexts FillModuleTexts();
 

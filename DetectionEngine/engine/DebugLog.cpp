@@ -212,15 +212,10 @@ void AppendVisibly(std::string& line, std::string_view text) {
 }
 
 std::string MakeLine(std::uint32_t switches, const char* label, const char* text, int level) {
-  std::array<char, 64> piece;
   std::string line;
-  if ((switches & kPrependDateTime) != 0) {
-    const CalendarTime now = LocalTime();
-    std::snprintf(piece.data(), piece.size(), "%.2d-%2d-%d %.2d:%.2d:%.2d.%hu : ", now.month, now.day, now.year,
-                  now.hour, now.minute, now.second, static_cast<unsigned short>(now.millisecond));
-    line += piece.data();
-  }
-  const auto appendNumber = [&](std::uint32_t number) {
+  if ((switches & kPrependDateTime) != 0) line += FormatLogTime(LocalTime()) + " : ";
+  const auto appendNumber = [&line](std::uint32_t number) {
+    std::array<char, 16> piece;
     std::snprintf(piece.data(), piece.size(), "0x%x : ", number);
     line += piece.data();
   };
@@ -281,6 +276,13 @@ void DebugLog(const char* label, const char* text, const char*, int, int level, 
     if ((switches & kOutputToDebugger) != 0) std::fwrite(line.data(), 1, line.size(), stderr);
   } catch (...) {  // for want of memory the line is lost, as a line may be
   }
+}
+
+std::string FormatLogTime(const CalendarTime& time) {
+  std::array<char, 96> text;
+  std::snprintf(text.data(), text.size(), "%.2d-%2d-%d %.2d:%.2d:%.2d.%hu", time.month, time.day, time.year, time.hour,
+                time.minute, time.second, static_cast<unsigned short>(time.millisecond));
+  return text.data();
 }
 
 void SetLogLevel(int level) noexcept { settings.level.store(level, std::memory_order_relaxed); }

@@ -17,6 +17,8 @@
 
 namespace zeph {
 
+struct CalendarTime;
+
 enum LogLevel : int { kLogError = 1, kLogWarning = 2, kLogInformation = 3, kLogDetail = 4 };
 
 /// The module number that selects the engine's own log file.
@@ -48,6 +50,9 @@ requires requires(MakeText make) { std::string(make()); }
 void LogLine(const char* label, MakeText&& makeText, int level, int code = 0) {
   if (LogIsWanted(level)) DebugLog(label, std::string(std::forward<MakeText>(makeText)()).c_str(), "", code, level);
 }
+
+/// The time as a line begins with it, such as "11- 5-2007 09:04:03.7": milliseconds aren't padded.
+[[nodiscard]] std::string FormatLogTime(const CalendarTime& time);
 
 /// The process-wide level above which lines are dropped; -1 until it was set or the first line was logged.
 void SetLogLevel(int level) noexcept;
