@@ -83,8 +83,13 @@ void Configuration::BuildTagIndexes() {
 
 void Configuration::BuildIndexes() {
   BuildTagIndexes();
+  UrlWordSet.Assign(UrlAnalysisWords);
+  BrandDomains.Clear();
+  for (const auto& [domain, info] : TrustedDomainInfos) {
+    for (const std::u16string& name : info.DT) BrandDomains.Entries.push_back({kDomain, name, {}, 0, domain});
+  }
   for (NetLocationList* list : {&SafeList.Others, &BlockList, &SearchServices, &PopularSites, &WebHostingSites,
-                                &ExceptionDomains, &TrustedDomains}) {
+                                &ExceptionDomains, &TrustedDomains, &BrandDomains}) {
     list->BuildIndex();
   }
 }

@@ -15,6 +15,7 @@
 #include "DetectionEngine/configuration/NetLocationIndex.h"
 #include "DetectionEngine/configuration/TagIndex.h"
 #include "DetectionEngine/configuration/TokenTable.h"
+#include "DetectionEngine/url/WordSet.h"
 
 namespace zeph {
 
@@ -103,6 +104,9 @@ struct Configuration {
   TagIndex TitleTagIndex;
   TagIndex UrlTagIndex;
   TagIndex ContentTagIndex;
+  WordSet UrlWordSet;  ///< UrlAnalysisWords, prepared for the tokeniser
+  /// The DT of every brand, in key order, each with the brand's key as TrustedDomainName.
+  NetLocationList BrandDomains;
   std::u16string ModulePath;
   std::u16string ModuleFolder;
   std::u16string ConfigBaseName;
@@ -113,11 +117,11 @@ struct Configuration {
   bool KeepOriginalFile = false;
   bool IsClient = true;
 
-  /// Empties what a load fills, but Resources, BlockedToTrusted, the tag indexes, the seven texts and the flags.
+  /// Empties what a load fills, but Resources, BlockedToTrusted, the indexes, the seven texts and the flags.
   void Clear();
   /// Rebuilds the three tag indexes from TrustedDomainInfos.
   void BuildTagIndexes();
-  /// BuildTagIndexes and the index of every site list. Every load ends with it.
+  /// BuildTagIndexes, UrlWordSet, BrandDomains and the index of every site list. Every load ends with it.
   void BuildIndexes();
   /// CN of the trusted domain; empty when there is none. The view lives as long as the record.
   [[nodiscard]] std::u16string_view GetCompanyName(std::u16string_view domain) const;

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "DetectionEngine/page/BodyCollector.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <limits>
+#include <optional>
+
+#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/page/DocumentReading.h"
+#include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/url/Text.h"
+
+namespace zeph {
+
+namespace {
+
+/// What stands before a site's own name, by entry of the string table; the last is also looked for at the page's end.
+constexpr std::array<std::uint32_t, 5> kMarkers = {0x0C, 0x0D, 0x0E, 0x0F, 0x10};
+
+constexpr std::size_t kWordsOfPhrase = 7;
+
+void CountText(std::u16string_view text, BodyData& data) {
+  std::size_t words = 0;
+  std::size_t breaks = 0;
+  bool inWord = false;
+  for (const char16_t c : text) {
+    const bool space = IsSpace(c);
+    words += static_cast<std::size_t>(inWord && space);
+    breaks += static_cast<std::size_t>(c == u'\r' || c == u'\n');
+    inWord = !space;
+  }
+  if (inWord) ++words;
+  constexpr std::size_t kMost = std::numeric_limits<std::int32_t>::max();
+  data.wordCount = static_cast<std::int32_t>(std::min(words, kMost));
+  data.lineBreakCount = static_cast<std::int32_t>(std::min(breaks, kMost));
+}
+
+/// The last two lines of the text up to its last letter, each with the line feed in front; empty when there is none.
+std::u16string_view LastLines(std::u16string_view text) {
+  std::size_t end = text.size();
+  while (end > 0 && !IsAlpha(text[end - 1])) --end;
+  text = text.substr(0, end);
+  std::size_t begin = text.rfind(u'\n');
+  if (begin == std::u16string_view::npos) return {};
+  const std::size_t before = begin == 0 ? std::u16string_view::npos : text.rfind(u'\n', begin - 1);
+  if (before != std::u16string_view::npos) begin = before;
+  return text.substr(begin);
+}
+
+/// Length of the phrase at the text's start, as far as it is looked at: above limit when the phrase is longer.
+std::size_t PhraseLength(std::u16string_view text, std::size_t limit) {
+  std::size_t words = 0;
+  for (std::size_t i = 1; i < text.size() && i <= limit; ++i) {
+    if (!IsSpace(text[i]) || IsSpace(text[i - 1])) continue;
+    if (++words == kWordsOfPhrase) return i + 1;
+  }
+  return text.size();
+}
+
+void ExtractAll(std::u16string_view visibleText, std::vector<std::u16string>& phrases) {
+  const std::u16string lower = ToLower(visibleText);
+  std::size_t kept = 0;
+  for (const std::uint32_t marker : kMarkers) ExtractPhrases(lower, StringEntry(marker), kept, phrases);
+  ExtractPhrases(LastLines(lower), StringEntry(kMarkers.back()), kept, phrases);
+}
+
+}  // namespace
+
+Status CollectBodyData(IHTMLDocument2* document, BodyData& data) {
+  if (document == nullptr) return kStatusFail;
+  DocumentReader reader;
+  DocumentObject* const object = reader.Take(document->get_body());
+  if (IHTMLElement* const body = object == nullptr ? nullptr : object->QueryElement()) {
+    const std::optional<std::u16string_view> text = reader.Take(body->get_innerText());
+    if (reader.Failed()) return reader.LastStatus();
+    if (text) {
+      data.visibleText = *text;
+      CountText(*text, data);
+    }
+    const std::optional<std::u16string_view> html = reader.Take(body->get_innerHTML());
+    if (reader.Failed()) return reader.LastStatus();
+    if (html) data.html = *html;
+  }
+  const std::optional<std::u16string_view> title = reader.Take(document->get_title());
+  if (title) data.title = *title;
+  if (!reader.Failed()) ExtractAll(data.visibleText, data.markerPhrases);
+  return reader.LastStatus();
+}
+
+void ExtractPhrases(std::u16string_view text, std::u16string_view marker, std::size_t& kept,
+                    std::vector<std::u16string>& phrases) {
+  if (marker.empty()) return;
+  for (std::size_t at = FindExact(text, marker); at != std::u16string_view::npos;
+       at = FindExact(text, marker, at + marker.size())) {
+    const std::size_t left = kPhraseTextLimit - kept;
+    const std::size_t length = PhraseLength(text.substr(at), left);
+    if (length >= left) return;
+    std::u16string& phrase = phrases.emplace_back();
+    phrase.reserve(length + 1);
+    phrase.append(text.substr(at, length)).push_back(u' ');
+    kept += phrase.size();
+  }
+}
+
+}  // namespace zeph

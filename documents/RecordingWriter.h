@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "documents/RecordedAnswers.h"
+
+namespace zeph {
+
+/// A longer recording isn't written. Elements that lie in one another each have their text, so that a small page can
+/// give a large recording.
+inline constexpr std::size_t kRecordingLimit = std::size_t{1} << 30;
+
+/// Writes a recording as JSON in UTF-8, an element a line. What it leaves out reads as what stands in the recording.
+/// False, with an empty text, for one that would pass kRecordingLimit bytes.
+[[nodiscard]] bool WriteRecording(const Recording& recording, std::string& json);
+
+/// Takes out what may be a user's: the values of fields, and the queries of URLs. Texts of scripts stay, and what a
+/// reader of the page sees.
+void ScrubRecording(Recording& recording);
+
+}  // namespace zeph

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+// Documents for tests, stated as recordings.
+#pragma once
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+#include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/url/UrlParser.h"
+#include "documents/Recording.h"
+
+namespace zeph {
+
+/// A document of these members and elements, both JSON with apostrophes in the place of quotes.
+inline std::unique_ptr<RecordedDocument> Page(std::string_view document, std::string_view elements,
+                                              std::string_view cache = "") {
+  std::string json = "{'recording': 1, 'document': {";
+  json.append(document).append("}, 'elements': [").append(elements).append("], 'cache': {").append(cache).append("}}");
+  std::ranges::replace(json, '\'', '"');
+  std::string error;
+  std::unique_ptr<RecordedDocument> page = RecordedDocument::Parse(json, error);
+  if (page == nullptr) ADD_FAILURE() << error << " in " << json;
+  return page;
+}
+
+inline UrlRecord Decoded(std::u16string_view url) {
+  UrlParser parser;
+  EXPECT_EQ(parser.DecodeUrl(url), 0);
+  return parser.TakeRecord();
+}
+
+inline constexpr std::string_view kFailure = "{'status': -2147467259}";  ///< kStatusFail
+
+}  // namespace zeph
