@@ -1,0 +1,374 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "DetectionEngine/configuration/ConfigurationMgr.h"
+
+#include <array>
+#include <chrono>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include "DetectionEngine/configuration/Cabinet.h"
+#include "DetectionEngine/configuration/Cipher.h"
+#include "DetectionEngine/configuration/DataFolder.h"
+#include "DetectionEngine/configuration/MemoryFile.h"
+#include "DetectionEngine/configuration/Pack.h"
+#include "DetectionEngine/configuration/PackageSignature.h"
+#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/configuration/TextSources.h"
+#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/platform/Files.h"
+#include "DetectionEngine/url/Text.h"
+
+namespace zeph {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr char kRunLabel[] = "ConfigurationMgr::Run";
+constexpr char kThreadLabel[] = "ConfigurationMgr::LoadConfigThreadProc";
+constexpr char kStartLabel[] = "ConfigurationMgr::StartLoadConfigThread";
+constexpr char kParseLabel[] = "ConfigurationMgr::Parse";
+
+constexpr char kPackName[] = "packed2.dat";
+constexpr char kMemoryFileName[] = "packed3.dat";
+
+constexpr auto kFileMutexLimit = 5000ms;
+constexpr auto kFileMutexStep = 100ms;  ///< how often a wait looks at the stop event
+
+/// The log file of the component that handles packages.
+constexpr int kPackageModule = 4;
+
+constexpr std::array<std::u16string Configuration::*, 7> kTexts = {
+    &Configuration::ModulePath,         &Configuration::ModuleFolder,  &Configuration::ConfigBaseName,
+    &Configuration::OriginalConfigFile, &Configuration::NewConfigFile, &Configuration::SpareConfigFile,
+    &Configuration::ActiveConfigFile};
+
+/// What stays in a slot when it is cleared for the next load. Indexes are left out, since every load builds them anew.
+Configuration KeptOf(const Configuration& configuration) {
+  Configuration kept;
+  kept.Resources = configuration.Resources;
+  kept.BlockedToTrusted = configuration.BlockedToTrusted;
+  for (const auto text : kTexts) kept.*text = configuration.*text;
+  kept.KeepOriginalFile = configuration.KeepOriginalFile;
+  kept.IsClient = configuration.IsClient;
+  return kept;
+}
+
+std::u16string PackagePath(std::u16string_view folder, std::u16string_view baseName) {
+  return std::u16string(folder) + u'/' + std::u16string(baseName) + u".zip";
+}
+
+void SetOriginalConfigFile(Configuration& configuration) {
+  configuration.OriginalConfigFile = PackagePath(configuration.ModuleFolder, configuration.ConfigBaseName);
+  configuration.ActiveConfigFile = configuration.OriginalConfigFile;
+}
+
+/// Without a shared data folder no newer package is looked for.
+void SetNewConfigFile(Configuration& configuration, std::u16string_view dataFolder, bool signatureTest) {
+  configuration.NewConfigFile =
+      dataFolder.empty() ? std::u16string() : PackagePath(dataFolder, configuration.ConfigBaseName);
+  if (!signatureTest) configuration.SpareConfigFile = configuration.NewConfigFile;
+  const bool isNew = !configuration.KeepOriginalFile && FileExists(Narrow(configuration.NewConfigFile));
+  configuration.ActiveConfigFile = isNew ? configuration.NewConfigFile : configuration.OriginalConfigFile;
+}
+
+void LogPaths(const std::string& label, const std::string& originalConfigFile, const std::string& newConfigFile) {
+  LogLine((label + " - original config file").c_str(), originalConfigFile, kLogInformation);
+  LogLine((label + " - new config file").c_str(), newConfigFile, kLogInformation);
+}
+
+/// Calls once what is due at the end of a scope, or earlier when asked.
+template <class Action>
+class Finally {
+ public:
+  explicit Finally(Action action) : action_(std::move(action)) {}
+  ~Finally() { Now(); }
+  Finally(const Finally&) = delete;
+  Finally& operator=(const Finally&) = delete;
+  void Now() {
+    if (!std::exchange(done_, true)) action_();
+  }
+
+ private:
+  Action action_;
+  bool done_ = false;
+};
+
+}  // namespace
+
+ConfigurationMgr::ConfigurationMgr(const ModuleTexts& module) {
+  spare_.ModulePath = module.ModulePath;
+  spare_.ModuleFolder = module.ModuleFolder;
+  spare_.ConfigBaseName = module.BaseName;
+  spare_.IsClient = !ContainsNoCase(StringEntry(0xBE), module.ModuleFolder);
+  SetOriginalConfigFile(spare_);
+  SetActive(std::make_shared<ConfigurationPair>(ConfigurationPair{spare_, {}}));
+  SetSettingsKeyPath(Narrow(StringEntry(0xC6)), Narrow(module.BaseName));
+}
+
+ConfigurationMgr::~ConfigurationMgr() { Stop(); }
+
+std::shared_ptr<const ConfigurationMgr::Slot> ConfigurationMgr::ActiveSlot() const {
+  const std::lock_guard lock(activeLock_);
+  return active_;
+}
+
+std::shared_ptr<const ConfigurationPair> ConfigurationMgr::Active() const {
+  const std::lock_guard lock(activeLock_);
+  return active_->pair;
+}
+
+void ConfigurationMgr::SetActive(std::shared_ptr<const ConfigurationPair> pair) {
+  auto slot = std::make_shared<Slot>();
+  slot->originalConfigFile = Narrow(pair->configuration.OriginalConfigFile);
+  slot->newConfigFile = Narrow(pair->configuration.NewConfigFile);
+  slot->pair = std::move(pair);
+  // What was active may go with the last reference to it, which takes its time: not under the lock of the readers.
+  std::shared_ptr<const Slot> next = std::move(slot);
+  {
+    const std::lock_guard lock(activeLock_);
+    active_.swap(next);
+  }
+}
+
+bool ConfigurationMgr::Run() {
+  LogLine(kRunLabel, "Enter", kLogInformation);
+  if (loadThreadStarted_ && !stopEvent_) {
+    LogLine(kRunLabel, "Waiting for configuration thread to finish loading", kLogInformation);
+    loadDoneEvent_.wait(false);
+  }
+  if (!loaded_) UpdatePaths(false);
+  const std::shared_ptr<const Slot> slot = ActiveSlot();
+  if (firstRun_ && !loaded_) LogPaths(kRunLabel, slot->originalConfigFile, slot->newConfigFile);
+  // Looked at once before the lock, so that callers queue only when there is something to load.
+  if (!loaded_ || (!pinned_ && LastWriteTime(slot->newConfigFile) > lastLoadTime_)) {
+    const std::lock_guard lock(runLock_);
+    LoadNewest(kRunLabel, *slot, false);
+  }
+  if (firstRun_) firstRun_ = false;
+  LogLine(kRunLabel, "Leave", kLogInformation);
+  return loaded_;
+}
+
+void ConfigurationMgr::SetConfigFileBaseName(std::string_view name) {
+  LogLine("SetConfigFileBaseName", name, kLogInformation);
+  {
+    const std::lock_guard lock(changeLock_);
+    packageBaseName_ = Widen(name);
+    spare_.ConfigBaseName = packageBaseName_;
+    auto pair = std::make_shared<ConfigurationPair>(*Active());
+    pair->configuration.ConfigBaseName = packageBaseName_;
+    SetOriginalConfigFile(pair->configuration);
+    SetActive(std::move(pair));
+  }
+  StartLoadConfigThread();
+}
+
+void ConfigurationMgr::StartLoadConfigThread() {
+  LogLine(kStartLabel, "Enter", kLogInformation);
+  {
+    const std::lock_guard lock(changeLock_);
+    if (!loadThreadStarted_ && !stopEvent_) {
+      LogLine(kStartLabel, "Starting Thread", kLogInformation);
+      try {
+        loadThread_ = std::thread([this] { LoadConfigThreadProc(); });
+        loadThreadStarted_ = true;
+      } catch (const std::system_error& error) {
+        // The next Run does the load itself.
+        LogLine(kStartLabel, error.what(), kLogError);
+      }
+    }
+  }
+  LogLine(kStartLabel, "Leave", kLogInformation);
+}
+
+void ConfigurationMgr::Stop() {
+  std::thread thread;
+  {
+    const std::lock_guard lock(changeLock_);
+    stopEvent_ = true;
+    thread.swap(loadThread_);
+  }
+  if (thread.joinable()) thread.join();
+}
+
+void ConfigurationMgr::LoadConfigThreadProc() {
+  try {
+    UpdatePaths(true);
+    const std::shared_ptr<const Slot> slot = ActiveSlot();
+    LogPaths(kThreadLabel, slot->originalConfigFile, slot->newConfigFile);
+    LoadNewest(kThreadLabel, *slot, true);
+  } catch (const std::exception& error) {
+    DebugLog(kThreadLabel, error.what(), "", 0, kLogError);
+  }
+  loadDoneEvent_ = true;
+  loadDoneEvent_.notify_all();
+}
+
+void ConfigurationMgr::UpdatePaths(bool evenIfLoaded) {
+  const std::u16string dataFolder = Widen(GetDataFolder());
+  EnsureFolder(dataFolder);
+  const std::lock_guard lock(changeLock_);
+  if (loaded_ && !evenIfLoaded) return;
+  SetNewConfigFile(spare_, dataFolder, verifyPackageSignature_);
+  auto pair = std::make_shared<ConfigurationPair>(*Active());
+  SetNewConfigFile(pair->configuration, dataFolder, verifyPackageSignature_);
+  SetActive(std::move(pair));
+}
+
+void ConfigurationMgr::LoadNewest(const char* label, const Slot& slot, bool heedStop) {
+  const FileStamp stamp = StampOf(slot.newConfigFile);
+  if (stamp.Exists() && (!loaded_ || stamp.lastWrite > lastLoadTime_) &&
+      LoadPackage(slot.pair->configuration.NewConfigFile)) {
+    LogLine(label, "Successfully loaded new configuration file", kLogInformation);
+    lastLoadTime_ = stamp.lastWrite;
+  }
+  if (loaded_ || (heedStop && stopEvent_)) return;
+  LogLine(label, "Not loaded yet and new one does not exist - so loading original zip", kLogInformation);
+  const std::int64_t lastWrite = LastWriteTime(slot.originalConfigFile);
+  if (LoadPackage(slot.pair->configuration.OriginalConfigFile)) {
+    LogLine(label, "successfull loading original zip", kLogInformation);
+    lastLoadTime_ = lastWrite;
+  } else {
+    LogLine(label, "Failure loading original zip", kLogError);
+  }
+}
+
+bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
+  const std::string file = Narrow(path);
+  try {
+    std::optional<std::string> verifiedPackage;
+    if (verifyPackageSignature_) {
+      // What is verified is what will be extracted, whatever becomes of the file.
+      std::error_code error;
+      verifiedPackage = ReadWholeFile(file, kPackageCeiling, &error);
+      std::string why = error.message();
+      if (!verifiedPackage || !VerifyPackageSignature(*verifiedPackage, &why)) {
+        return Refuse(Narrow(StringEntry(0xAF)).c_str(), Narrow(StringEntry(0xB2)), why);
+      }
+    }
+    auto pair = std::make_shared<ConfigurationPair>();
+    std::u16string baseName;
+    {
+      const std::lock_guard lock(changeLock_);
+      pair->configuration = spare_;
+      baseName = packageBaseName_;
+    }
+    if (!Parse(file, TempFolder(), *pair, verifiedPackage)) return false;
+
+    const std::lock_guard lock(changeLock_);
+    // The name may have been set while the load ran.
+    if (packageBaseName_ != baseName) pair->configuration.ConfigBaseName = packageBaseName_;
+    spare_ = KeptOf(Active()->configuration);
+    SetActive(std::move(pair));
+    loaded_ = true;
+    return true;
+  } catch (const std::exception& error) {
+    return Refuse(kParseLabel, "The package can't be loaded", error.what());
+  }
+}
+
+bool ConfigurationMgr::Parse(const std::string& path, const std::string& tempFolder, ConfigurationPair& pair,
+                             const std::optional<std::string>& verifiedPackage) {
+  if (tempFolder.empty()) return Refuse(kParseLabel, "There is no folder for temporary files that is this user's own");
+  std::u16string mutexName;
+  {
+    const std::lock_guard lock(changeLock_);
+    mutexName = NamedMutexName(packageBaseName_, u"File");
+  }
+  NamedMutex fileMutex(mutexName);
+  if (!WaitFor(fileMutex)) return Refuse(kParseLabel, "Another process is using the temporary files");
+  const std::string pack = tempFolder + kPackName;
+  const std::string memoryFile = tempFolder + kMemoryFileName;
+  RemoveFile(pack);
+  RemoveFile(memoryFile);
+  if (!FileExists(path)) return Refuse(kParseLabel, "CAB file not found");
+
+  // Everything that came out of the cabinet goes again, before the next process may extract its own.
+  Extraction extraction;
+  Finally doneWithFiles([&] {
+    for (const std::string& file : extraction.files) RemoveFile(file);
+    fileMutex.Unlock();
+  });
+  extraction = verifiedPackage ? ExtractCabinet(*verifiedPackage, path, tempFolder) : CabExtract(path, tempFolder);
+  if (!extraction) return Refuse(kParseLabel, "CAB Extract failed", extraction.refusal);
+  const bool isPack = FileExists(pack);
+  if (!isPack && !FileExists(memoryFile)) {
+    return Refuse(kParseLabel, "CAB Extract succeeded, but could not find packed output file");
+  }
+  if (stopEvent_) return Refuse(kParseLabel, "The engine is being unloaded");
+  pair.configuration.Clear();
+  pair.indicators.Clear();
+  return ParseFile(isPack ? pack : memoryFile, pair, [&] { doneWithFiles.Now(); });
+}
+
+template <class DoneWithFile>
+bool ConfigurationMgr::ParseFile(const std::string& path, ConfigurationPair& pair, DoneWithFile doneWithFile) {
+  const bool isMemoryFile = path.find("3.", path.find_last_of('/') + 1) != std::string::npos;
+  LogLine(kParseLabel, isMemoryFile ? "Load in Memory" : "Old style load", kLogDetail);
+  if (isMemoryFile) {
+    try {
+      MemoryFile file(path);
+      doneWithFile();
+      file.Read(pair.configuration);
+      file.Read(pair.indicators);
+    } catch (const MemoryFileError& failure) {
+      DebugLog("ConfigurationMgr::Parse - Exception thrown", failure.what(), "", 0, kLogError, kPackageModule);
+      const std::lock_guard lock(changeLock_);
+      lastFailure_ = failure.what();
+      return false;
+    }
+  } else {
+    std::error_code error;
+    std::optional<std::string> stored = ReadWholeFile(path, kPackageCeiling, &error);
+    doneWithFile();
+    if (!stored) return Refuse(kParseLabel, "The packed file can't be read", error.message());
+    LogLine(kParseLabel, "Decrypt", kLogDetail);
+    DecryptData(stored->data(), stored->size());
+    LogLine(kParseLabel, "DecompressLZW", kLogDetail);
+    std::optional<std::string> content = Inflate(*stored, InflateRoom(stored->size()));
+    if (!content) return Refuse(kParseLabel, "The packed file can't be inflated");
+    LogLine(kParseLabel, "CreateVectorofFileData", kLogDetail);
+    const std::optional<std::vector<PackedFile>> files = CreateVectorofFileData(*content);
+    if (!files) return Refuse(kParseLabel, "The pack ends before its last file does");
+    content.reset();
+    if (!ParseTextFiles(*files, pair.configuration, pair.indicators)) {
+      return Refuse(kParseLabel, "The sources take more memory than a configuration may");
+    }
+  }
+  pair.configuration.BuildIndexes();
+  pair.indicators.Prepare();
+  if (!isMemoryFile) LogLine(kParseLabel, "Done", kLogDetail);
+  return true;
+}
+
+bool ConfigurationMgr::WaitFor(NamedMutex& fileMutex) const {
+  for (auto waited = 0ms; waited < kFileMutexLimit && !stopEvent_; waited += kFileMutexStep) {
+    if (fileMutex.TryLockFor(kFileMutexStep)) return true;
+  }
+  return false;
+}
+
+bool ConfigurationMgr::Refuse(const char* label, std::string_view text, std::string_view why) {
+  LogLine(label, text, kLogError);
+  if (!why.empty()) LogLine(label, why, kLogError);
+  const std::lock_guard lock(changeLock_);
+  lastFailure_ = why.empty() ? text : why;
+  return false;
+}
+
+std::string ConfigurationMgr::LastFailure() const {
+  const std::lock_guard lock(changeLock_);
+  return lastFailure_;
+}
+
+void ConfigurationMgr::Publish(std::shared_ptr<const ConfigurationPair> pair) {
+  const std::lock_guard lock(changeLock_);
+  SetActive(std::move(pair));
+  loaded_ = true;
+  pinned_ = true;
+}
+
+}  // namespace zeph
