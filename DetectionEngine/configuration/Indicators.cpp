@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "DetectionEngine/configuration/Indicators.h"
 
+#include <algorithm>
+#include <cassert>
+#include <numeric>
+
 #include "DetectionEngine/url/Text.h"
 
 namespace zeph {
@@ -23,6 +27,16 @@ void Indicators::Prepare() {
   for (Indicator& indicator : Entries) {
     for (IndicatorExpression& expression : indicator.Rule.Expressions) expression.ExpressionValue.Prepare();
   }
+  byCategory.resize(Entries.size());
+  std::iota(byCategory.begin(), byCategory.end(), 0U);
+  std::ranges::stable_sort(byCategory, {}, [&](std::uint32_t at) { return Entries[at].Rule.Category; });
+}
+
+std::span<const std::uint32_t> Indicators::OfCategory(std::uint32_t category) const noexcept {
+  assert(byCategory.size() == Entries.size());
+  const auto rules =
+      std::ranges::equal_range(byCategory, category, {}, [&](std::uint32_t at) { return Entries[at].Rule.Category; });
+  return {rules.begin(), rules.end()};
 }
 
 }  // namespace zeph

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -67,7 +68,7 @@ struct IndicatorExpression {
 struct IndicatorRule {
   std::uint32_t OperatorID = 0;  ///< 0 and, 1 or, 2 not
   std::vector<IndicatorExpression> Expressions;
-  std::uint32_t TDPriority = 0;  ///< 1 and above: the rule's match text names a brand
+  std::uint32_t TDPriority = 0;             ///< 1 and above: the rule's match text names a brand
   std::uint32_t Category = kCategoryNever;  ///< the stage in which the rule runs
 
   friend bool operator==(const IndicatorRule&, const IndicatorRule&) = default;
@@ -85,13 +86,18 @@ struct Indicator {
 /// The ordered list of rules. Order is part of the rule language: a rule sees the answers of those before it.
 struct Indicators {
   std::vector<Indicator> Entries;
+  std::vector<std::uint32_t> byCategory;  ///< filled by Prepare: positions of all rules by Category, then in order
 
-  void Clear() { Entries.clear(); }
+  void Clear() { *this = {}; }
 
-  /// Prepares every expression's value. Every load ends with it.
+  /// Prepares every expression's value and sorts the rules by Category. Every load ends with it.
   void Prepare();
 
-  friend bool operator==(const Indicators&, const Indicators&) = default;
+  /// Positions of the rules of one Category, in their order. Needs Prepare.
+  [[nodiscard]] std::span<const std::uint32_t> OfCategory(std::uint32_t category) const noexcept;
+
+  /// Equal as written: what Prepare made of them doesn't count.
+  friend bool operator==(const Indicators& a, const Indicators& b) { return a.Entries == b.Entries; }
 };
 
 }  // namespace zeph

@@ -3,6 +3,7 @@
 // combines their answers. Nothing here knows what a rule means.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -23,17 +24,24 @@ namespace zeph {
 void RunStage(const Indicators& indicators, const Configuration& configuration, PageData& pageData, std::uint32_t stage,
               std::span<IndicatorResult> results);
 
-/// The first answer, which is moved out of the list, its on replaced by what the operator makes of all of them. So a
-/// rule's texts are always those of its first expression.
-[[nodiscard]] IndicatorResult CombineExpressions(std::span<IndicatorResult> expressionResults,
-                                                 std::uint32_t operatorId);
+/// The answers of a rule's expressions, as far as they have run.
+struct RuleAnswers {
+  IndicatorResult first;  ///< default until one has run
+  std::size_t ran = 0;
+  std::size_t on = 0;  ///< how many of them are on
+
+  void Add(IndicatorResult&& answer);
+};
+
+/// What the operator makes of the answers.
+[[nodiscard]] bool IsOn(const RuleAnswers& answers, std::uint32_t operatorId);
 
 /// How the expressions of a rule combine.
 struct Operator {
   std::uint32_t number;  ///< OperatorID; written in packages, never renumber
   std::string_view name;
   std::string_view summary;  ///< one line, for people who write rules
-  bool (*isOn)(std::span<const IndicatorResult>);
+  bool (*isOn)(const RuleAnswers&);
 };
 
 /// All operators, row i having number i. Any other number runs all expressions and takes the first answer.

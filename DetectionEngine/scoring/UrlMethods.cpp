@@ -125,7 +125,7 @@ IndicatorResult RedirectsToTrusted(std::span<const FormRecord> forms, const NetL
 IndicatorResult HighUrlScore(const UrlRecord& url, const Configuration& configuration) {
   IndicatorResult result;
   if (BeginScore(url, configuration, result)) {
-    const UrlScore score = ScoreRecord(url, configuration.UrlAnalysisTable, configuration.UrlAnalysisWords);
+    const UrlScore score = ScoreRecord(url, configuration.UrlAnalysisTable, configuration.UrlWordSet);
     result.on = score.scoreClass == kUrlScoreHigh;
   }
   return result;
@@ -134,7 +134,7 @@ IndicatorResult HighUrlScore(const UrlRecord& url, const Configuration& configur
 IndicatorResult LowUrlScore(const UrlRecord& url, const Configuration& configuration) {
   IndicatorResult result;
   if (BeginScore(url, configuration, result)) {
-    const UrlScore score = ScoreUrl(url.RawUrl, configuration.UrlAnalysisTable, configuration.UrlAnalysisWords);
+    const UrlScore score = ScoreUrl(url.RawUrl, configuration.UrlAnalysisTable, configuration.UrlWordSet);
     result.on = score.scoreClass == kUrlScoreLow;
   }
   return result;

@@ -14,7 +14,9 @@ namespace {
 /// So many words are searched sooner one after another than in one pass.
 constexpr std::size_t kFewWords = 6;
 
-constexpr std::size_t kPrefixUnits = 4;  // what a 64-bit number holds
+/// Words are told apart by their first units: enough that few places of a text look like a word's beginning, and so
+/// few that most words have them.
+constexpr std::size_t kPrefixUnits = 3;
 
 std::size_t PrefixLengthOf(std::u16string_view word) noexcept { return std::min(word.size(), kPrefixUnits); }
 
@@ -38,16 +40,10 @@ bool OverlapsItselfBehindNonLetter(std::u16string_view word) noexcept {
 
 WordFinder::Level::Level(std::size_t length, std::size_t words)
     : prefixLength(length),
-      mask(length == kPrefixUnits ? ~std::uint64_t{0} : (std::uint64_t{1} << (16 * length)) - 1),
       seen(std::bit_ceil(words)),  // 64 bits a word
-      slots(std::bit_ceil(2 * words)) {
-  shift = 64 - std::countr_zero(64 * seen.size());
-}
-
-bool WordFinder::Level::MayHold(std::uint64_t prefix) const noexcept {
-  const std::uint64_t bit = HashOf(prefix) >> shift;
-  return (seen[bit / 64] >> (bit % 64) & 1) != 0;
-}
+      slots(std::bit_ceil(2 * words)),
+      mask((std::uint64_t{1} << (16 * length)) - 1),
+      shift(64 - std::countr_zero(64 * seen.size())) {}
 
 std::size_t WordFinder::Level::SlotOf(std::uint64_t prefix) const noexcept {
   std::size_t at = static_cast<std::size_t>(HashOf(prefix) >> 32) & (slots.size() - 1);
@@ -85,12 +81,16 @@ void WordFinder::Assign(std::span<const std::u16string> words) {
 
 template <class Hit>
 void WordFinder::Walk(std::u16string_view text, Hit hit) const {
-  std::uint64_t window = 0;  // the last units of the text, folded
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    window = window << 16 | LowerOf(text[i]);
-    for (const Level& level : levels_) {
-      const std::uint64_t prefix = window & level.mask;
-      if (!level.MayHold(prefix) || level.prefixLength > i + 1) continue;
+  for (const Level& level : levels_) {
+    const std::uint64_t* const seen = level.seen.data();
+    const std::uint64_t mask = level.mask;
+    const int shift = level.shift;
+    std::uint64_t window = 0;  // the last units of the text, folded
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      window = window << 16 | LowerOf(text[i]);
+      const std::uint64_t prefix = window & mask;
+      const std::uint64_t bit = HashOf(prefix) >> shift;
+      if ((seen[bit / 64] >> (bit % 64) & 1) == 0 || level.prefixLength > i + 1) continue;
       const Slot& slot = level.slots[level.SlotOf(prefix)];
       const std::size_t begin = i + 1 - level.prefixLength;
       for (std::size_t w = slot.begin; w < slot.end; ++w) {
@@ -156,6 +156,24 @@ std::size_t WordFinder::CountContained(std::u16string_view text, std::size_t fro
     return ++count < limit;
   });
   return count;
+}
+
+void WordFinder::FindAll(std::u16string_view text, std::vector<std::uint32_t>& positions) const {
+  positions.clear();
+  if (levels_.empty()) {
+    for (const Word& word : words_) {
+      if (ContainsNoCase(TextOf(word), text)) positions.push_back(word.position);
+    }
+    return;
+  }
+  std::vector<bool> seen;
+  Walk(text, [&](const Word& word, std::size_t) {
+    if (seen.empty()) seen.resize(count_);
+    if (!seen[word.position]) positions.push_back(word.position);
+    seen[word.position] = true;
+    return true;
+  });
+  std::ranges::sort(positions);
 }
 
 }  // namespace zeph

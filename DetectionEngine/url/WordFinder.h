@@ -24,6 +24,8 @@ class WordFinder {
   [[nodiscard]] std::ptrdiff_t FindFirstAlone(std::u16string_view text) const;
   /// How many of the words from position from on the text contains; counting ends at limit. Equal words count each.
   [[nodiscard]] std::size_t CountContained(std::u16string_view text, std::size_t from, std::size_t limit) const;
+  /// positions becomes those of all words that the text contains, ascending. Allocates only when there are some.
+  void FindAll(std::u16string_view text, std::vector<std::uint32_t>& positions) const;
 
  private:
   struct Word {
@@ -40,19 +42,17 @@ class WordFinder {
     std::uint32_t begin = 0;
     std::uint32_t end = 0;  ///< equal to begin: the slot is free
   };
-  /// The words whose prefix has this length: a word's first four units, or all of a shorter one.
+  /// The words whose prefix has this length: a word's first three units, or all of a shorter one.
   struct Level {
     Level(std::size_t length, std::size_t words);
-    /// False for most places of a text.
-    [[nodiscard]] bool MayHold(std::uint64_t prefix) const noexcept;
     /// Where the prefix stands, or the free slot where it would.
     [[nodiscard]] std::size_t SlotOf(std::uint64_t prefix) const noexcept;
 
     std::size_t prefixLength;
-    std::uint64_t mask;               ///< of the prefix among the last four units of the text
-    int shift = 0;                    ///< brings a hash down to a bit of seen
-    std::vector<std::uint64_t> seen;  ///< bit set of the prefixes' hashes
+    std::vector<std::uint64_t> seen;  ///< bit set of the prefixes' hashes: most places of a text end here
     std::vector<Slot> slots;          ///< a power of two, at most half full
+    std::uint64_t mask;               ///< of the prefix among the last units of the text
+    int shift;                        ///< brings a hash down to a bit of seen
   };
 
   [[nodiscard]] std::u16string_view TextOf(const Word& word) const noexcept {

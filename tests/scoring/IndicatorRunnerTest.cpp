@@ -42,6 +42,7 @@ struct Runner : World {
     configuration.TrustedDomainInfos[u"bank.test"].DT = {u"bank.test"};
     configuration.BuildIndexes();
     indicators.Entries = std::move(rules);
+    indicators.Prepare();
     results.resize(indicators.Entries.size());
   }
   void Run(std::uint32_t stage = 0) { RunStage(indicators, configuration, pageData, stage, results); }

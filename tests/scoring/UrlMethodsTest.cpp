@@ -84,6 +84,7 @@ TEST(UrlScore, StaysOffWithoutATableOrWords) {
       // What the tokens of a URL are doesn't matter: an unknown one speaks for a low score.
       if (hasTable) configuration.UrlAnalysisTable.insert_or_assign(u"nowhere", 0.99);
       if (hasWords) configuration.UrlAnalysisWords = {u"signin"};
+      configuration.BuildIndexes();
       const IndicatorResult low = LowUrlScore(url, configuration);
       EXPECT_EQ(low.on, hasTable && hasWords);
       EXPECT_EQ(low.fieldText, url.RawUrl);
