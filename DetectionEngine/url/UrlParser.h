@@ -1,32 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
 #include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "DetectionEngine/configuration/Configuration.h"
+#include "DetectionEngine/url/UrlCracker.h"
 #include "DetectionEngine/url/UrlRecord.h"
 
 namespace zeph {
 
-/// A URL of more 16-bit characters isn't decoded.
-inline constexpr std::size_t kMaxUrlLength = 2083;
-
 /// Turns one URL into a UrlRecord. Made for one URL and one thread.
 class UrlParser {
  public:
-  /// 0 and a filled Record, or -1 and an empty one (HostIsBracketed may be set in Working).
+  /// 0 and a filled Record; or -1, an empty Record and a log line for a URL of more than kMaxUrlLength characters, one
+  /// that can't be cracked (UrlCracker.h; a host that holds brackets or control characters once decoded is among them)
+  /// or one of an unknown scheme. White space around the URL is passed over. Cost is linear in the URL.
   int DecodeUrl(std::u16string_view url);
-  /// DecodeUrl, and on success the first rule that matches sets IsRedirector and RedirectTarget.
+  /// DecodeUrl, and on success the first rule that matches the URL as given sets IsRedirector and RedirectTarget; the
+  /// target isn't decoded.
   int DecodeWithRedirectors(std::u16string_view url, std::span<const Redirector> redirectors);
 
   [[nodiscard]] const UrlRecord& Record() const noexcept { return record_; }
   /// Moves the record out; the parser is then of no further use.
   [[nodiscard]] UrlRecord TakeRecord() noexcept { return std::move(record_); }
-  /// The fields as the last decoding left them, also a failed one.
+  /// The URL that couldn't be cracked has both brackets.
   [[nodiscard]] bool HostIsBracketed() const noexcept { return hostIsBracketed_; }
 
  private:
@@ -38,12 +38,16 @@ class UrlParser {
 [[nodiscard]] bool IsHttpUrl(std::u16string_view url) noexcept;
 /// It begins with "mhtml:".
 [[nodiscard]] bool IsMhtmlUrl(std::u16string_view url) noexcept;
-/// Base and relative URL to one absolute URL of at most kMaxUrlLength characters; false when that can't be.
+/// Base and relative URL to one absolute URL of at most kMaxUrlLength characters, as a browser combines them: white
+/// space around and line breaks in the relative URL are dropped, "\" is "/", dot segments are resolved, unsafe
+/// characters are escaped but for query and fragment. An empty relative URL gives the base without its fragment. False
+/// when the result would be too long or there is no base to lean on. O(length).
 bool CombineUrl(std::u16string_view base, std::u16string_view relative, std::u16string& out);
-/// The URL with unsafe characters escaped and dot segments resolved; false when it can't be.
+/// An absolute URL with unsafe characters escaped everywhere and dot segments resolved; false for any other text and
+/// for a result of more than kMaxUrlLength characters. O(length).
 bool CanonicalizeUrl(std::u16string_view url, std::u16string& out);
-/// "%XX" becomes the character of that code, one escape at a time, up to a fragment or query left alone as the platform
-/// service for page sources does: used for the sources of saved pages only.
+/// Each "%XX" becomes the character of that code, by itself; query and fragment stay as they are. For the sources of
+/// saved pages.
 [[nodiscard]] std::u16string UnescapeUrl(std::u16string_view url);
 /// The text up to the last "#", or all of it.
 [[nodiscard]] std::u16string_view StripFragment(std::u16string_view url) noexcept;
