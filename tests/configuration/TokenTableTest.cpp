@@ -7,6 +7,7 @@
 
 #include "DetectionEngine/configuration/TokenTable.h"
 #include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/url/Text.h"
 
 namespace zeph {
 namespace {
@@ -42,6 +43,17 @@ TEST(TokenTable, HoldsWhatAMapHolds) {
     const auto sorted = table.Sorted();
     ASSERT_TRUE(std::equal(sorted.begin(), sorted.end(), expected.begin(), expected.end(),
                            [](const auto& a, const auto& b) { return a.first == b.first && a.second == b.second; }));
+  }
+}
+
+TEST(TokenTable, KeepsApartKeysOfOneHash) {
+  TokenTable table;
+  constexpr int kKeys = 200'000;  // so many that some share the 32 bits of hash that a slot keeps
+  for (int i = 0; i < kKeys; ++i) table.insert_or_assign(NumberText(i), i);
+  EXPECT_EQ(table.size(), std::size_t{kKeys});
+  for (int i = 0; i < kKeys; ++i) {
+    const double* const found = table.Find(NumberText(i));
+    ASSERT_TRUE(found != nullptr && *found == i) << i;
   }
 }
 

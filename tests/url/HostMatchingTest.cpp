@@ -93,14 +93,6 @@ TEST(WildcardMatch, AgreesWithTheWalkOverAllPlaces) {
   EXPECT_GT(matched, 5000);
 }
 
-TEST(HostMatchesDomain, TakesTheDomainAndWhatLiesBelow) {
-  EXPECT_TRUE(HostMatchesDomain(u"a.example.org", u"example.org"));
-  EXPECT_TRUE(HostMatchesDomain(u"a.b.a.b", u"a.b"));
-  EXPECT_FALSE(HostMatchesDomain(u"badexample.org", u"example.org"));
-  EXPECT_FALSE(HostMatchesDomain(u"A.example.ORG", u"example.org"));
-  EXPECT_TRUE(HostMatchesDomain(u"a.", u""));
-}
-
 TEST(IpToNumber, WantsFourBytes) {
   struct {
     std::u16string_view text;

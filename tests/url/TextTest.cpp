@@ -308,11 +308,6 @@ TEST(ReadReal, ReadsDecimalTextOnly) {
   }
 }
 
-TEST(NumberText, WritesTheEndsOfTheRange) {
-  EXPECT_EQ(NumberText(0), u"0");
-  EXPECT_EQ(NumberText(std::numeric_limits<std::int64_t>::min()), u"-9223372036854775808");
-}
-
 TEST(RealText, IsWhatThePercentFormGives) {
   for (const double number : {0.0, -0.0, 0.5, 1.0 / 3, 2.5e-7, 0.0000005, -123456789.987654321,
                               std::numeric_limits<double>::max(), std::numeric_limits<double>::infinity()}) {
