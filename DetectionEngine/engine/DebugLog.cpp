@@ -122,7 +122,7 @@ class LogSettings {
 
   void LookAnew() noexcept {
     const std::int64_t tick = CoarseTick();
-    const std::uint64_t generation = SettingsHive::Generation();
+    const std::uint64_t generation = SettingsHive::Generation(HiveOwner::kMachine);
     if (generation == generation_.load(std::memory_order_acquire)) {
       // Of the threads that see the clock move one looks, and the others go on with what is known.
       std::int64_t lookedAt = lookedAt_.load(std::memory_order_relaxed);
@@ -196,15 +196,12 @@ bool IsWanted(int level, std::uint32_t switches) noexcept {
 /// escape sequences, to play with the terminal that the log is read on.
 void AppendVisibly(std::string& line, std::string_view text) {
   constexpr char kDigits[] = "0123456789ABCDEF";
+  const auto byte = [text](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0; };
   for (std::size_t i = 0; i < text.size(); ++i) {
-    auto c = static_cast<unsigned char>(text[i]);
-    bool isControl = c < 0x20 || c == 0x7F;
-    if (c == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0) {  // U+0080 to U+009F
-      c = static_cast<unsigned char>(text[++i]);
-      isControl = true;
-    }
-    if (isControl) {
-      line += {'\\', 'x', kDigits[c >> 4], kDigits[c & 0xF]};
+    const bool isTwoBytes = byte(i) == 0xC2 && byte(i + 1) >= 0x80 && byte(i + 1) < 0xA0;  // U+0080 to U+009F
+    if (isTwoBytes) ++i;
+    if (isTwoBytes || byte(i) < 0x20 || byte(i) == 0x7F) {
+      line += {'\\', 'x', kDigits[byte(i) >> 4], kDigits[byte(i) & 0xF]};
     } else {
       line += text[i];
     }

@@ -3,7 +3,7 @@
 // kLogSettingsKey in the machine's hive (docs/integration.md lists them). Any thread.
 //
 // Each line goes by the settings as they stand. The hive's file is looked at only once the coarse clock has moved (a
-// few milliseconds) or this process has changed a hive; between these, a line is decided on atomics alone.
+// few milliseconds) or this process has changed the hive; between these, a line is decided on atomics alone.
 //
 // A line stays one line whatever URL it tells of: control characters in label and text are written as "\x0A". Lines of
 // several processes and threads go into one file under a named lock that is waited for at most a second; a line that

@@ -26,7 +26,7 @@ const PerfTimer::Calibration& PerfTimer::Calibrate() noexcept {
 
 PerfTimer::PerfTimer(bool start) noexcept {
   Calibrate();
-  if (start) PerfTimer::Start();
+  if (start) ticks_ = PerformanceCounter();  // nobody shares the timer yet
 }
 
 void PerfTimer::Start() {

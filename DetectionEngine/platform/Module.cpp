@@ -113,7 +113,7 @@ std::string ModulePath() {
 std::optional<FileVersion> ReadVersionResource(const std::string& path) {
   // Real modules have about a dozen segments, and some hundred bytes of notes.
   constexpr int kMostSegments = 256;
-  std::uint64_t noteBytesLeft = 256 * 1024;
+  std::uint64_t noteBytesLeft = 262144;
   std::error_code error;
   if (!FileExists(path) || !std::filesystem::is_regular_file(path, error)) return {};
   std::ifstream file(path, std::ios::binary);

@@ -14,7 +14,10 @@ namespace zeph {
 
 namespace {
 
-std::atomic<std::uint64_t> generation{0};
+/// One for each owner.
+std::atomic<std::uint64_t> generations[2];
+
+void MoveOn(HiveOwner owner) noexcept { ++generations[static_cast<std::size_t>(owner)]; }
 
 /// How long another process may hold the hive before it counts as unusable, in milliseconds.
 constexpr int kBusyLimit = 500;
@@ -131,9 +134,9 @@ class HiveFile {
 };
 
 /// Runs a statement that is to change something, and tells whether it did.
-bool Change(const HiveFile& file, Statement& statement) {
+bool Change(HiveOwner owner, const HiveFile& file, Statement& statement) {
   if (statement.Next() || !statement.Ended() || file.Changes() == 0) return false;
-  ++generation;
+  MoveOn(owner);
   return true;
 }
 
@@ -171,7 +174,7 @@ bool SettingsHive::CreateKey(std::string_view key) {
   Statement insert(file.Get(), "INSERT OR IGNORE INTO setting_key(path) VALUES(?1)");
   insert.Bind(1, key).Next();
   if (!insert.Ended() || !file.Run("COMMIT")) return false;
-  ++generation;
+  MoveOn(owner_);
   return true;
 }
 
@@ -187,7 +190,7 @@ std::vector<std::string> SettingsHive::Keys() const {
 bool SettingsHive::DeleteKey(std::string_view key) {
   const HiveFile file(path_, HiveFile::kChange);
   Statement statement(file.Get(), "DELETE FROM setting_key WHERE path = ?1");
-  return Fits(key) && Change(file, statement.Bind(1, key));
+  return Fits(key) && Change(owner_, file, statement.Bind(1, key));
 }
 
 std::optional<SettingValue> SettingsHive::Read(std::string_view key, std::string_view name) const {
@@ -221,7 +224,7 @@ bool SettingsHive::Write(std::string_view key, std::string_view name, const Sett
       file.Get(),
       "INSERT INTO setting_value(key_id, name, value) SELECT id, ?2, ?3 FROM setting_key WHERE path = ?1 "
       "ON CONFLICT(key_id, name) DO UPDATE SET value = excluded.value");
-  return Change(file, statement.Bind(1, key).Bind(2, name).Bind(3, value));
+  return Change(owner_, file, statement.Bind(1, key).Bind(2, name).Bind(3, value));
 }
 
 bool SettingsHive::Delete(std::string_view key, std::string_view name) {
@@ -229,9 +232,11 @@ bool SettingsHive::Delete(std::string_view key, std::string_view name) {
   Statement statement(
       file.Get(),
       "DELETE FROM setting_value WHERE name = ?2 AND key_id = (SELECT id FROM setting_key WHERE path = ?1)");
-  return Fits(key) && Fits(name) && Change(file, statement.Bind(1, key).Bind(2, name));
+  return Fits(key) && Fits(name) && Change(owner_, file, statement.Bind(1, key).Bind(2, name));
 }
 
-std::uint64_t SettingsHive::Generation() noexcept { return generation.load(std::memory_order_acquire); }
+std::uint64_t SettingsHive::Generation(HiveOwner owner) noexcept {
+  return generations[static_cast<std::size_t>(owner)].load(std::memory_order_acquire);
+}
 
 }  // namespace zeph

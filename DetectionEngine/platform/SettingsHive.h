@@ -65,8 +65,8 @@ class SettingsHive {
   /// True when the value existed and is gone.
   bool Delete(std::string_view key, std::string_view name);
 
-  /// Moves on with each change that this process makes to any hive, at once, where file times lag. A few ns.
-  [[nodiscard]] static std::uint64_t Generation() noexcept;
+  /// Moves on with each change that this process makes to such a hive, at once, where file times lag. A few ns.
+  [[nodiscard]] static std::uint64_t Generation(HiveOwner owner) noexcept;
 
  private:
   HiveOwner owner_;

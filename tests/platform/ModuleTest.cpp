@@ -42,7 +42,7 @@ std::string SmallModule(const char* name = "Zeph", std::uint32_t type = 1, std::
   std::memcpy(bytes.data() + sizeof(header), segments, sizeof(segments));
   bytes.append(reinterpret_cast<const char*>(&notes[0]), 20);
   Note own = notes[1];
-  std::strncpy(own.name, name, sizeof(own.name));
+  std::memcpy(own.name, name, std::strlen(name));
   return bytes.append(reinterpret_cast<const char*>(&own), sizeof(own));
 }
 

@@ -168,14 +168,14 @@ TEST_F(SettingsHiveTest, ProcessesAndThreadsWriteSideBySide) {
     }
     return true;
   };
-  const std::uint64_t before = SettingsHive::Generation();
+  const std::uint64_t before = SettingsHive::Generation(HiveOwner::kUser);
   Child one([&] { return work('a'); }), two([&] { return work('b'); });
   { const std::jthread thread(work, 'c'), another(work, 'd'); }
   EXPECT_TRUE(one.Join());
   EXPECT_TRUE(two.Join());
   EXPECT_EQ(hive_.Keys().size(), 80U);
   for (const std::string& key : hive_.Keys()) EXPECT_EQ(hive_.Read(key, key), SettingValue(key));
-  EXPECT_EQ(SettingsHive::Generation() - before, 80U) << "what this process has changed itself";
+  EXPECT_EQ(SettingsHive::Generation(HiveOwner::kUser) - before, 80U) << "what this process has changed itself";
 }
 
 }  // namespace

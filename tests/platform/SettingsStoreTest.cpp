@@ -31,15 +31,6 @@ TEST_F(SettingsStoreTest, WriteFailsUntilATimeIsTaken) {
   EXPECT_LE(store.Age(10), 60);
 }
 
-TEST_F(SettingsStoreTest, AgeMakesTheKeyOnceTheSlotWasRead) {
-  // A key that goes between the two steps can't be staged; one that is there stays, and no other is made.
-  Hive().CreateKey(Key());
-  SettingsStore store;
-  ASSERT_EQ(store.Write(0, u"no time"), 0);
-  EXPECT_EQ(store.Age(0), 0);
-  EXPECT_EQ(Hive().Keys().size(), 1U);
-}
-
 TEST_F(SettingsStoreTest, SlotsAreNamedByTheStringTable) {
   const std::pair<std::uint32_t, std::uint32_t> slots[] = {{0, 0xCC}, {4, 0xC8}, {8, 0xCD}, {9, 0xCE}, {10, 0xCF}};
   SettingsStore store;
