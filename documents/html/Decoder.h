@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include "documents/html/GrowArray.h"
+
+namespace zeph::html {
+
+/// Bytes behind this many aren't read: places in a text are 32-bit numbers.
+inline constexpr std::size_t kMaxMarkup = std::size_t{1} << 30;
+
+struct DecodedMarkup {
+  /// "\n" as the only line end, kScanPadding zeros behind the end.
+  GrowArray<char16_t> text;
+  std::string_view encoding;  ///< by its standard name, "UTF-8" for one
+};
+
+/// A page's bytes to text. The encoding is that of a byte order mark, else of charset (a label, as the transport named
+/// it; may be empty), else of a META in the first 1024 bytes, else UTF-8 if all bytes are valid so, else windows-1252.
+/// What is no character of the encoding becomes U+FFFD. O(length).
+[[nodiscard]] DecodedMarkup DecodeMarkup(std::string_view bytes, std::string_view charset = {});
+
+}  // namespace zeph::html

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// Parses pages with parse5 and prints their trees, for ParseOracleTest.cpp to compare with.
+// Usage: node ParseOracle.mjs CASES > TREES. A case is "<1 or 0: scripting> <bytes>\n" and that many bytes of UTF-8; so is
+// a tree, without the first number.
+import {readFileSync, writeSync} from 'node:fs';
+import {parse, html} from 'parse5';
+
+const kPrefixes = {[html.NS.SVG]: 'svg ', [html.NS.MATHML]: 'math '};
+
+function print(document) {
+  const lines = [];
+  const work = [[document, 0]];  // an own stack, since pages nest deeper than calls may
+  while (work.length > 0) {
+    const [node, depth] = work.pop();
+    const line = (text, more = 0) => lines.push('| ' + '  '.repeat(depth + more) + text);
+    let children = node.childNodes ?? [];
+    let inner = depth + 1;
+    switch (node.nodeName) {
+      case '#document':
+      case '#document-fragment':
+        inner = depth;
+        break;
+      case '#documentType':
+        line(node.publicId || node.systemId ? `<!DOCTYPE ${node.name} "${node.publicId}" "${node.systemId}">`
+                                            : `<!DOCTYPE ${node.name}>`);
+        break;
+      case '#text':
+        line(`"${node.value}"`);
+        break;
+      case '#comment':
+        line(`<!-- ${node.data} -->`);
+        break;
+      default: {
+        line(`<${kPrefixes[node.namespaceURI] ?? ''}${node.tagName}>`);
+        const name = (item) => item.namespace ? `${item.prefix || 'xmlns'} ${item.name}` : item.name;
+        const items = node.attrs.map((item) => [Buffer.from(name(item)), item]);
+        items.sort((a, b) => Buffer.compare(a[0], b[0]));
+        for (const [, item] of items) line(`${name(item)}="${item.value}"`, 1);
+        if (node.content) {
+          line('content', 1);
+          work.push(...[...children].reverse().map((child) => [child, inner]));
+          children = [node.content];
+          inner = depth + 2;
+        }
+      }
+    }
+    for (let i = children.length; i-- > 0;) work.push([children[i], inner]);
+  }
+  return lines.map((line) => line + '\n').join('');
+}
+
+const cases = readFileSync(process.argv[2]);
+const decoder = new TextDecoder();
+const parts = [];
+for (let at = 0; at < cases.length;) {
+  const end = cases.indexOf(10, at);
+  const [scripting, length] = cases.toString('latin1', at, end).split(' ').map(Number);
+  const page = decoder.decode(cases.subarray(end + 1, end + 1 + length));
+  at = end + 1 + length;
+  const tree = Buffer.from(print(parse(page, {scriptingEnabled: scripting === 1})));
+  parts.push(Buffer.from(`${tree.length}\n`), tree);
+}
+const all = Buffer.concat(parts);
+for (let at = 0; at < all.length;) at += writeSync(1, all, at);
