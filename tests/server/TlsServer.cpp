@@ -2,12 +2,11 @@
 #include "tests/server/TlsServer.h"
 
 #include <algorithm>
+#include <fstream>
 #include <stdexcept>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <openssl/pem.h>
-#include <openssl/x509v3.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,44 +19,18 @@ void Require(bool condition, const char* what) {
   if (!condition) throw std::runtime_error(what);
 }
 
-Identity MakeCertificate(const std::string& name, int validDays, const Identity* issuer) {
-  constexpr long kDay = 86400;
-  static std::atomic<long> serial{1};
-  Identity made{KeyPtr(EVP_EC_gen("P-256")), CertificatePtr(X509_new())};
-  X509* const certificate = made.certificate.get();
-  X509_set_version(certificate, X509_VERSION_3);
-  ASN1_INTEGER_set(X509_get_serialNumber(certificate), serial++);
-  X509_gmtime_adj(X509_getm_notBefore(certificate), -30 * kDay);
-  X509_gmtime_adj(X509_getm_notAfter(certificate), validDays * kDay);
-  X509_set_pubkey(certificate, made.key.get());
-  X509_NAME* const subject = X509_get_subject_name(certificate);
-  X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_UTF8, reinterpret_cast<const unsigned char*>(name.c_str()), -1, -1,
-                             0);
-  const bool isAuthority = issuer == nullptr;
-  X509_set_issuer_name(certificate, isAuthority ? subject : X509_get_subject_name(issuer->certificate.get()));
-  const auto extend = [&](int kind, const std::string& value) {
-    const std::unique_ptr<X509_EXTENSION, FreeWith<X509_EXTENSION_free>> extension(
-        X509V3_EXT_conf_nid(nullptr, nullptr, kind, value.c_str()));
-    Require(extension != nullptr && X509_add_ext(certificate, extension.get(), -1) == 1, "certificate extension");
-  };
-  extend(NID_basic_constraints, isAuthority ? "critical,CA:TRUE" : "CA:FALSE");
-  if (!isAuthority) extend(NID_subject_alt_name, "DNS:" + name);
-  Require(X509_sign(certificate, (isAuthority ? made : *issuer).key.get(), EVP_sha256()) > 0, "signing");
-  return made;
-}
-
 }  // namespace
 
-TestAuthority::TestAuthority() : self_(MakeCertificate("Zeph test authority", 30, nullptr)) {}
+TestAuthority::TestAuthority() : self_(zeph::server::MakeAuthority("Zeph test authority")) {}
 
 Identity TestAuthority::Issue(const std::string& host, int validDays) const {
-  return MakeCertificate(host, validDays, &self_);
+  return zeph::server::IssueCertificate(self_, host, validDays);
 }
 
 void TestAuthority::WriteTo(const std::string& path) const {
-  FILE* const file = std::fopen(path.c_str(), "w");
-  Require(file != nullptr && PEM_write_X509(file, self_.certificate.get()) == 1, "authority file");
-  std::fclose(file);
+  std::ofstream file(path);
+  file << zeph::server::CertificatePem(self_);
+  Require(static_cast<bool>(file.flush()), "authority file");
 }
 
 std::string Connection::ReadRequest() {

@@ -10,27 +10,15 @@
 #include <thread>
 #include <vector>
 
-#include <openssl/evp.h>
+#include "tools/classification-server/Certificates.h"
+
 #include <openssl/ssl.h>
-#include <openssl/x509.h>
 
 namespace zeph::test {
 
-template <auto Free>
-struct FreeWith {
-  template <class T>
-  void operator()(T* object) const {
-    Free(object);
-  }
-};
-using KeyPtr = std::unique_ptr<EVP_PKEY, FreeWith<EVP_PKEY_free>>;
-using CertificatePtr = std::unique_ptr<X509, FreeWith<X509_free>>;
+using zeph::server::FreeWith;
+using zeph::server::Identity;
 using ContextPtr = std::unique_ptr<SSL_CTX, FreeWith<SSL_CTX_free>>;
-
-struct Identity {
-  KeyPtr key;
-  CertificatePtr certificate;
-};
 
 /// Signs server certificates, and is trusted by whoever names its file.
 class TestAuthority {

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// The road of a URL or a page from the call to the verdict. The driver keeps nothing: all that it builds lives in
+// the call, so any number of calls run at once.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "DetectionEngine/Document.h"
+#include "DetectionEngine/EngineResults.h"
+#include "DetectionEngine/configuration/ConfigurationMgr.h"
+#include "DetectionEngine/scoring/IndicatorResult.h"
+
+namespace zeph {
+
+/// What a classification worked with, for a caller that explains the verdict. Stays empty when the call ended before
+/// a configuration was taken.
+struct ClassificationTrace {
+  std::shared_ptr<const ConfigurationPair> pair;
+  std::vector<IndicatorResult> results;  ///< one for each indicator of the pair, as the call left them
+};
+
+/// The work of the exports of the same names; their arguments and results stand in DetectionEngine.h. trace may be
+/// null.
+std::int32_t ClassifyUrlTraced(const char16_t* url, std::int32_t* classification, char16_t* siteName, float* spooficity,
+                               ClassificationTrace* trace);
+std::int32_t ClassifySiteTraced(IHTMLDocument2* document, std::int32_t* classification, char16_t* siteName,
+                                const char16_t* pageUrl, EngineResults** engineResults, float* spooficity,
+                                ClassificationTrace* trace);
+
+}  // namespace zeph

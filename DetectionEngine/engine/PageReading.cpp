@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "DetectionEngine/engine/PageReading.h"
+
+#include <array>
+#include <utility>
+
+#include "DetectionEngine/page/BodyCollector.h"
+#include "DetectionEngine/page/FormCollector.h"
+#include "DetectionEngine/page/FormTextScanner.h"
+#include "DetectionEngine/page/ImageCollector.h"
+#include "DetectionEngine/page/LinkCollector.h"
+#include "DetectionEngine/page/PageDump.h"
+#include "DetectionEngine/page/ScriptCollector.h"
+#include "DetectionEngine/page/StructureEncoder.h"
+#include "DetectionEngine/url/UrlParser.h"
+
+namespace zeph {
+
+namespace {
+
+/// Runs a collector into a record of its own, which becomes the page's only when the collector didn't fail.
+template <class Data, class Collect>
+Status CollectInto(Data& target, Collect&& collect) {
+  Data collected;
+  const Status status = collect(collected);
+  if (status == 0) target = std::move(collected);
+  return status;
+}
+
+constexpr std::array kSteps = {
+    // name                   bad status            document  step
+    PageStep{"CollectFormData", BadStatus::kNonZero, true,
+             [](PageReading& r) {
+               return CollectInto(r.pageData.forms,
+                                  [&](FormData& data) { return CollectFormData(r.document, r.pageData.url, data); });
+             }},
+    PageStep{"GetAllCollectionData", BadStatus::kNegative, true,
+             [](PageReading& r) {
+               const Status status = r.allParser.GetAllCollectionData(r.document);
+               if (status >= 0) r.pageData.all = r.allParser.Data();
+               return status;
+             }},
+    PageStep{"ParseAllCollection", BadStatus::kNegative, true,
+             [](PageReading& r) {
+               const Status status = r.allParser.ParseAllCollection(r.document);
+               if (status >= 0) r.pageData.all = r.allParser.TakeData();
+               return status;
+             }},
+    PageStep{"CollectLinkData", BadStatus::kNonZero, true,
+             [](PageReading& r) {
+               return CollectInto(r.pageData.links, [&](LinkData& data) { return CollectLinkData(r.document, data); });
+             }},
+    PageStep{"CollectImageData", BadStatus::kNonZero, true,
+             [](PageReading& r) {
+               return CollectInto(r.pageData.images,
+                                  [&](ImageData& data) { return CollectImageData(r.document, r.pageData.url, data); });
+             }},
+    PageStep{"CollectBodyData", BadStatus::kNonZero, true,
+             [](PageReading& r) {
+               return CollectInto(r.pageData.body, [&](BodyData& data) { return CollectBodyData(r.document, data); });
+             }},
+    PageStep{"PageDump", BadStatus::kNone, true,
+             [](PageReading& r) {
+               PageDump dump;
+               const Status status = dump.Build(r.document, r.pageData.body.visibleText);
+               r.pageData.diagnosticText = dump.Text();
+               return status;
+             }},
+    PageStep{"FormTextScanner", BadStatus::kNonZero, false, [](PageReading& r) { return ScanFormTexts(r.pageData); }},
+    PageStep{"CollectScriptData", BadStatus::kNonZero, true,
+             [](PageReading& r) {
+               return CollectInto(r.pageData.scripts,
+                                  [&](ScriptData& data) { return CollectScriptData(r.document, data); });
+             }},
+    PageStep{"StructureEncoder", BadStatus::kNone, false,
+             [](PageReading& r) {
+               return EncodeStructure(r.pageData.all.elementCount, r.pageData.body.html, r.pageData.structure);
+             }},
+};
+static_assert(kSteps.size() == kStepStructure + 1);
+
+}  // namespace
+
+int DecodePageUrls(std::u16string_view documentUrl, const char16_t* pageUrl, const Configuration& configuration,
+                   PageData& pageData, std::u16string& namedUrl) {
+  UrlParser parser;
+  int decoded = 0;
+  if (pageUrl == nullptr) {
+    decoded = parser.DecodeWithRedirectors(documentUrl, configuration.Redirectors);
+  } else {
+    UrlParser documentParser;
+    documentParser.DecodeWithRedirectors(documentUrl, configuration.Redirectors);
+    pageData.documentUrl = documentParser.TakeRecord();
+    decoded = parser.DecodeUrl(pageUrl);
+  }
+  if (decoded != 0) return decoded;
+  namedUrl = parser.Record().RawUrl;
+  pageData.url = JudgedRecord(parser.TakeRecord());
+  return 0;
+}
+
+UrlRecord JudgedRecord(UrlRecord record) {
+  if (record.IsRedirector) {
+    UrlParser target;
+    if (target.DecodeUrl(record.RedirectTarget) == 0) return target.TakeRecord();
+  }
+  return record;
+}
+
+std::u16string TextOf(const TextAnswer& answer) {
+  return answer.HasValue() ? std::u16string(*answer.value) : std::u16string();
+}
+
+std::span<const PageStep> PageSteps() noexcept { return kSteps; }
+
+}  // namespace zeph

@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "DetectionEngine/engine/Results.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "DetectionEngine/DetectionEngine.h"
+#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/engine/ProcessState.h"
+#include "DetectionEngine/engine/WarningMemory.h"
+#include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/scoring/Spooficity.h"
+#include "DetectionEngine/url/Text.h"
+
+namespace zeph {
+
+namespace {
+
+enum PrivacyLevel : std::int32_t { kFullUrl = 0, kPartialUrl = 1, kNothing = 2 };
+
+/// Answers of the server that mean something here, beside the classifications.
+enum ServerAnswer : std::int32_t {
+  kServerTrustworthy = kZephTrustworthy,
+  kServerSpoofing = kZephSpoofing,
+  kServerUnclassified = kZephUnclassified,
+  kServerWantsReport = 4,
+  kServerConfirms = kZephSpoofingConfirmed,
+};
+
+/// Report code of a page that the server wants to hear more of.
+constexpr std::int32_t kReportConfirmedPage = 3;
+
+std::string EntryText(std::uint32_t entry) { return Narrow(StringEntry(entry)); }
+
+/// A line under the label of results, with the page's URL as its source.
+void LogResult(const char* label, const std::string& text, const PageData& page, int level, int code) {
+  if (LogIsWanted(level)) DebugLog(label, text.c_str(), Narrow(page.url.RawUrl).c_str(), code, level);
+}
+
+void LogSpooficity(const char* label, float score, std::int32_t classification) {
+  LogLine(
+      label,
+      [&] { return "spooficity=" + Narrow(RealText(score)) + ", classification=" + std::to_string(classification); },
+      kLogDetail);
+}
+
+std::int32_t AskServer(const PageData& page, std::int32_t privacy) {
+  std::int32_t server = kServerSpoofing;
+  const auto ask = [&](const char* text, const std::u16string& url) {
+    LogLine("SetResults-Calling CheckURL", text, kLogDetail);
+    CheckURL({url.data(), url.size()}, &server);
+  };
+  if (privacy == kFullUrl) {
+    ask("FULL URL", page.url.RawUrl);
+  } else if (privacy == kPartialUrl) {
+    ask("partial URL", page.url.NormalizedUrl);
+  } else if (privacy == kNothing) {
+    LogLine("SetResults-Calling CheckURL", "Skipping", kLogDetail);
+  }
+  LogLine(
+      "SetResults", [&] { return "serverClassification=" + std::to_string(server); }, kLogDetail);
+  return server;
+}
+
+/// Sites that imitate the brand may be reported. A brand that the configuration doesn't know may.
+bool MayReport(const std::u16string& brand) {
+  if (brand.empty()) return true;
+  const auto pair = Process().configurationMgr.Active();
+  const auto info = pair->configuration.TrustedDomainInfos.find(brand);
+  return info == pair->configuration.TrustedDomainInfos.end() || info->second.NT;
+}
+
+void ReportPage(const PageData& page, std::int32_t server, const std::u16string& brand, std::int32_t privacy) {
+  if ((server != kServerWantsReport && server != kServerConfirms) || !MayReport(brand)) {
+    LogLine("SetResults", "Guess isNotify was false", kLogDetail);
+    return;
+  }
+  LogLine("SetResults", "Inside of code to report URL", kLogDetail);
+  const char* const label = "SetResults calling ReportURL";
+  if (privacy == kFullUrl) {
+    LogLine(label, "Full URL", kLogDetail);
+    ReportURL(page.url.RawUrl.c_str(), kReportConfirmedPage, nullptr);
+  } else if (privacy == kPartialUrl) {
+    LogLine(label, "Not calling Report - user opted out of community", kLogDetail);
+  } else if (privacy == kNothing) {
+    LogLine(label, "Not calling ReportURL", kLogDetail);
+  }
+}
+
+/// What becomes of a page that the engine alone holds for spoofing.
+std::int32_t SettleWithServer(const PageData& page, const std::u16string& brand, float score) {
+  const std::int32_t privacy = Process().privacyLevel.load(std::memory_order_relaxed);
+  const std::int32_t server = AskServer(page, privacy);
+  ReportPage(page, server, brand, privacy);
+
+  const std::string label = EntryText(0xAE);
+  if (server == kServerUnclassified || server == kServerTrustworthy) {
+    LogResult(label.c_str(), EntryText(0xB1) + Narrow(page.url.RawUrl), page, kLogDetail, 9);
+    return server;
+  }
+  WarningMemory memory;
+  if (memory.IsQuiet()) {
+    LogResult(label.c_str(), EntryText(0xC3), page, kLogWarning, 10);
+    return kZephUnclassified;
+  }
+  if (memory.Record(page.url.RawUrl, RealText(score)) == WarningMemory::Verdict::kHoldBack) {
+    LogResult(label.c_str(), EntryText(0xC3), page, kLogDetail, 10);
+    return kZephUnclassified;
+  }
+  LogResult(label.c_str(), EntryText(0xB0) + Narrow(page.url.RawUrl), page, kLogInformation, 8);
+  return server == kServerConfirms ? kZephSpoofingConfirmed : kZephSpoofing;
+}
+
+/// A rule as the report shows it: without what was made of its values.
+Indicator AsWritten(const Indicator& indicator) {
+  Indicator copy = indicator;
+  for (IndicatorExpression& expression : copy.Rule.Expressions) {
+    expression.ExpressionValue.Items.clear();
+    expression.ExpressionValue.prepared = {};
+  }
+  return copy;
+}
+
+std::unique_ptr<EngineResults> MakeReport(const PageData& page, const Indicators& indicators,
+                                          std::span<const IndicatorResult> results, const std::u16string& brand,
+                                          float score) {
+  auto report = std::make_unique<EngineResults>();
+  report->indicators.reserve(indicators.Entries.size());
+  std::ranges::transform(indicators.Entries, std::back_inserter(report->indicators), AsWritten);
+  report->pageSource = page.all.pageSource;
+  report->pageText = page.body.visibleText + u" " + page.all.inputValues;
+  report->labelText = page.body.labelText;
+  report->title = page.body.title;
+  for (const FormRecord& form : page.forms.records) {
+    if (!form.submitValue.empty()) report->submitValues += form.submitValue + u" ";
+  }
+  report->diagnosticText = page.diagnosticText;
+  report->documentUrl = page.documentUrl.RawUrl;
+  report->refreshSeconds = page.all.refreshSeconds;
+  report->imageTextFound = page.imageTextFound;
+  for (const IndicatorResult& result : results.first(std::min(results.size(), ResultCount(indicators)))) {
+    report->indicatorResults.push_back(result.evaluated
+                                           ? EngineIndicatorResult{result.on, result.fieldText, result.matchText}
+                                           : EngineIndicatorResult{});
+  }
+  report->brand = brand;
+  report->spooficity = score;
+  return report;
+}
+
+}  // namespace
+
+EngineResults::~EngineResults() = default;
+
+void WriteSiteName(const Configuration& configuration, std::u16string_view brand, char16_t* siteName) {
+  if (siteName == nullptr || brand.empty()) return;
+  const std::u16string_view name = configuration.GetCompanyName(brand);
+  if (name.empty()) return;
+  *std::ranges::copy(name, siteName).out = u'\0';
+}
+
+void SetResults(std::int32_t classification, float score, const PageData& pageData, const Indicators& indicators,
+                std::span<const IndicatorResult> results, const ResultOutputs& outputs) {
+  *outputs.classification = classification;
+  const std::u16string brand = TopBrand(indicators, results);
+  WriteSiteName(Process().configurationMgr.Active()->configuration, brand, outputs.siteName);
+  if (outputs.spooficity != nullptr) {
+    *outputs.spooficity = score;
+    LogSpooficity("SetResults before possible submission", score, classification);
+  }
+
+  if (classification != kZephSpoofing) {
+    if (LogIsWanted(kLogDetail)) {
+      LogResult(EntryText(0xAE).c_str(), "URL classified as legitimate. URL:" + Narrow(pageData.url.RawUrl), pageData,
+                kLogDetail, 9);
+    }
+  } else if (outputs.engineResults == nullptr) {
+    *outputs.classification = SettleWithServer(pageData, brand, score);
+  }
+
+  if (outputs.spooficity != nullptr) {
+    *outputs.spooficity = score;
+    LogSpooficity("SetResults after submission", score, *outputs.classification);
+  }
+  if (outputs.engineResults != nullptr) {
+    *outputs.engineResults = MakeReport(pageData, indicators, results, brand, score).release();
+  }
+}
+
+}  // namespace zeph

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace zeph::server {
+
+/// What the status page shows of the present: counts since the start, and the latest checks. Any thread.
+class Activity {
+ public:
+  struct Check {
+    std::string time;  ///< UTC
+    std::string url;
+    std::int32_t answer;
+  };
+
+  void NoteCheck(const std::string& url, std::int32_t answer);
+  void NoteReport() { ++reports_; }
+  void NoteRefusal() { ++refusals_; }
+
+  [[nodiscard]] std::vector<Check> LatestChecks() const;
+  [[nodiscard]] std::uint64_t Checks() const { return checks_; }
+  [[nodiscard]] std::uint64_t Reports() const { return reports_; }
+  [[nodiscard]] std::uint64_t Refusals() const { return refusals_; }
+
+ private:
+  static constexpr std::size_t kKept = 50;
+  std::atomic<std::uint64_t> checks_{0};
+  std::atomic<std::uint64_t> reports_{0};
+  std::atomic<std::uint64_t> refusals_{0};
+  mutable std::mutex mutex_;
+  std::deque<Check> latest_;
+};
+
+class ReportStore;
+
+/// The status page as HTML.
+[[nodiscard]] std::string StatusPage(const Activity& activity, const ReportStore& reports);
+
+}  // namespace zeph::server

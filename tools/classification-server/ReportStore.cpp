@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/classification-server/ReportStore.h"
+
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include <sqlite3.h>
+
+#include "DetectionEngine/engine/DebugLog.h"
+
+namespace zeph::server {
+
+namespace {
+
+constexpr int kBusyMs = 2000;
+
+struct Finalize {
+  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+struct Close {
+  void operator()(sqlite3* database) const { sqlite3_close(database); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, Finalize>;
+
+Statement Prepare(sqlite3* database, const char* sql) {
+  sqlite3_stmt* statement = nullptr;
+  sqlite3_prepare_v2(database, sql, -1, &statement, nullptr);
+  return Statement(statement);
+}
+
+bool Execute(sqlite3* database, const char* sql) {
+  return sqlite3_exec(database, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+std::string Column(sqlite3_stmt* statement, int column) {
+  const auto* const text = sqlite3_column_text(statement, column);
+  return text != nullptr ? reinterpret_cast<const char*>(text) : "";
+}
+
+/// A connection for reading alone, so that a look at the reports never waits for the writer.
+std::unique_ptr<sqlite3, Close> OpenForReading(const std::string& path) {
+  sqlite3* database = nullptr;
+  sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (database != nullptr) sqlite3_busy_timeout(database, kBusyMs);
+  return std::unique_ptr<sqlite3, Close>(database);
+}
+
+}  // namespace
+
+ReportStore::ReportStore(const std::string& path) : path_(path) {
+  const int opened = sqlite3_open_v2(path.c_str(), &database_,
+                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
+  if (database_ != nullptr) sqlite3_busy_timeout(database_, kBusyMs);
+  if (opened != SQLITE_OK || !Execute(database_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;") ||
+      !Execute(database_,
+               "CREATE TABLE IF NOT EXISTS reports (url TEXT NOT NULL, code INTEGER NOT NULL, context TEXT NOT NULL,"
+               " first TEXT NOT NULL, latest TEXT NOT NULL, count INTEGER NOT NULL,"
+               " PRIMARY KEY (url, code, context)) WITHOUT ROWID;"
+               "CREATE INDEX IF NOT EXISTS reports_latest ON reports (latest);")) {
+    const std::string reason = database_ != nullptr ? sqlite3_errmsg(database_) : "out of memory";
+    sqlite3_close(database_);
+    throw std::runtime_error(path + ": " + reason);
+  }
+  writer_ = std::thread([this] { Run(); });
+}
+
+ReportStore::~ReportStore() {
+  Finish();
+  sqlite3_close(database_);
+}
+
+void ReportStore::Finish() {
+  {
+    const std::lock_guard lock(mutex_);
+    stop_ = true;
+  }
+  wake_.notify_all();
+  if (writer_.joinable()) writer_.join();
+}
+
+void ReportStore::Add(std::string url, std::int32_t code, std::string context, std::function<void(bool)> kept) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (waiting_.size() < kWaitingLimit && !stop_) {
+      waiting_.push_back({std::move(url), code, std::move(context), std::move(kept)});
+      wake_.notify_one();
+      return;
+    }
+  }
+  kept(false);
+}
+
+void ReportStore::Run() {
+  for (;;) {
+    std::vector<Pending> reports;
+    {
+      std::unique_lock lock(mutex_);
+      wake_.wait(lock, [this] { return stop_ || !waiting_.empty(); });
+      reports.swap(waiting_);
+    }
+    if (reports.empty()) return;
+    const bool kept = WriteAll(reports);
+    if (!kept) LogLine("ReportStore", path_ + ": " + sqlite3_errmsg(database_), kLogError);
+    for (const Pending& report : reports) report.kept(kept);
+  }
+}
+
+bool ReportStore::WriteAll(const std::vector<Pending>& reports) {
+  if (!Execute(database_, "BEGIN IMMEDIATE")) return false;
+  bool done = true;
+  {
+    const Statement insert = Prepare(database_,
+                                     "INSERT INTO reports VALUES (?1, ?2, ?3, datetime('now'), datetime('now'), 1)"
+                                     " ON CONFLICT DO UPDATE SET latest = excluded.latest, count = count + 1");
+    for (const Pending& report : reports) {
+      sqlite3_bind_text(insert.get(), 1, report.url.data(), static_cast<int>(report.url.size()), SQLITE_STATIC);
+      sqlite3_bind_int(insert.get(), 2, report.code);
+      sqlite3_bind_text(insert.get(), 3, report.context.data(), static_cast<int>(report.context.size()), SQLITE_STATIC);
+      done = done && insert != nullptr && sqlite3_step(insert.get()) == SQLITE_DONE;
+      sqlite3_reset(insert.get());
+    }
+  }
+  if (done && Execute(database_, "COMMIT")) return true;
+  Execute(database_, "ROLLBACK");
+  return false;
+}
+
+std::vector<ReportSummary> ReportStore::Latest(std::size_t count) const {
+  std::vector<ReportSummary> latest;
+  const auto database = OpenForReading(path_);
+  const Statement select = Prepare(
+      database.get(), "SELECT latest, url, code, context, count FROM reports ORDER BY latest DESC, url LIMIT ?1");
+  if (select == nullptr) return latest;
+  sqlite3_bind_int64(select.get(), 1, static_cast<sqlite3_int64>(count));
+  while (sqlite3_step(select.get()) == SQLITE_ROW) {
+    latest.push_back({Column(select.get(), 0), Column(select.get(), 1), sqlite3_column_int64(select.get(), 2),
+                      Column(select.get(), 3), sqlite3_column_int64(select.get(), 4)});
+  }
+  return latest;
+}
+
+std::int64_t ReportStore::Total() const {
+  const auto database = OpenForReading(path_);
+  const Statement select = Prepare(database.get(), "SELECT COALESCE(SUM(count), 0) FROM reports");
+  return select != nullptr && sqlite3_step(select.get()) == SQLITE_ROW ? sqlite3_column_int64(select.get(), 0) : 0;
+}
+
+}  // namespace zeph::server

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+struct sqlite3;
+
+namespace zeph::server {
+
+/// One line of the status page: a URL that was reported, and how often.
+struct ReportSummary {
+  std::string time;  ///< of the latest, UTC
+  std::string url;
+  std::int64_t code = 0;
+  std::string context;
+  std::int64_t count = 0;
+};
+
+/// Reports in an SQLite database: url, code, context, time of the first and the latest, count. A thread of its own
+/// writes what has gathered in one transaction and only then says that it is kept, so that every report that was
+/// answered is there after a crash, and many at once cost little more than one.
+class ReportStore {
+ public:
+  /// Opens or makes the database. Throws std::runtime_error with the reason.
+  explicit ReportStore(const std::string& path);
+  ~ReportStore();
+  ReportStore(const ReportStore&) = delete;
+  ReportStore& operator=(const ReportStore&) = delete;
+
+  /// Takes a report; kept is called with the outcome on the store's thread, soon. When too many are waiting it is
+  /// called with false at once. Any thread.
+  void Add(std::string url, std::int32_t code, std::string context, std::function<void(bool)> kept);
+
+  /// Writes what is waiting and takes no more. Once, before whatever the callbacks use goes.
+  void Finish();
+
+  /// The latest reports, newest first. Any thread; empty when the database is busy.
+  [[nodiscard]] std::vector<ReportSummary> Latest(std::size_t count) const;
+  /// Reports taken in all, over the life of the database.
+  [[nodiscard]] std::int64_t Total() const;
+
+ private:
+  struct Pending {
+    std::string url;
+    std::int32_t code;
+    std::string context;
+    std::function<void(bool)> kept;
+  };
+  static constexpr std::size_t kWaitingLimit = 10000;
+
+  void Run();
+  bool WriteAll(const std::vector<Pending>& reports);
+
+  std::string path_;
+  sqlite3* database_ = nullptr;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::vector<Pending> waiting_;
+  bool stop_ = false;
+  std::thread writer_;
+};
+
+}  // namespace zeph::server

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// A small classification server: answers checks from a list, keeps reports, shows what it has done.
+//
+// Built on Boost.Beast because it serves any number of slow clients from a few threads, uses the same OpenSSL as the
+// engine, and leaves limits and time-outs to its user.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace zeph::server {
+
+struct ServerOptions {
+  std::string listenAddress = "127.0.0.1";
+  std::uint16_t listenPort = 8443;  ///< 0: a free one
+  std::string statusAddress;        ///< of the status page; empty: none
+  std::uint16_t statusPort = 0;
+  std::string certificatePem;  ///< the chain, the server's own certificate first
+  std::string keyPem;
+  std::string verdictFile;
+  std::string reportDatabase;
+  unsigned threads = 2;
+  unsigned connectionLimit = 2000;  ///< more are closed at once
+  unsigned ratePerAddress = 0;      ///< requests a second from one address, in bursts of twice that; 0: any number
+};
+
+/// Serves until SIGTERM or SIGINT; then takes no more connections, answers what it has begun (for at most five
+/// seconds), writes the reports that it has and returns. Calls ready with the ports in use once it listens. Throws
+/// std::runtime_error with the reason when it can't start.
+void Serve(const ServerOptions& options, void (*ready)(std::uint16_t port, std::uint16_t statusPort));
+
+}  // namespace zeph::server

@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/classification-server/VerdictList.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/platform/Clock.h"
+#include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/url/UrlParser.h"
+
+namespace zeph::server {
+
+namespace {
+
+constexpr std::size_t kFileLimit = std::size_t{1} << 28;
+constexpr std::size_t kFaultLimit = 100;
+constexpr std::int64_t kLookEveryMs = 1000;
+constexpr std::int64_t kNanosecondsInMs = 1'000'000;
+
+std::string Lower(std::string_view text) {
+  std::string lower(text);
+  std::ranges::transform(lower, lower.begin(),
+                         [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+  return lower;
+}
+
+std::optional<std::int32_t> ReadVerdict(std::string_view word) {
+  constexpr std::array<std::pair<std::string_view, std::int32_t>, 10> kVerdicts = {{{"trustworthy", 1},
+                                                                                    {"spoofing", 2},
+                                                                                    {"unclassified", kUnknown},
+                                                                                    {"report", 4},
+                                                                                    {"confirmed", 5},
+                                                                                    {"1", 1},
+                                                                                    {"2", 2},
+                                                                                    {"3", kUnknown},
+                                                                                    {"4", 4},
+                                                                                    {"5", 5}}};
+  const auto found = std::ranges::find(kVerdicts, word, [](const auto& row) { return row.first; });
+  return found != kVerdicts.end() ? std::optional(found->second) : std::nullopt;
+}
+
+/// The next word of a line, which loses it and the blanks before it.
+std::string_view TakeWord(std::string_view& line) {
+  constexpr std::string_view kBlanks = " \t";
+  line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
+  const std::string_view word = line.substr(0, line.find_first_of(kBlanks));
+  line.remove_prefix(word.size());
+  return word;
+}
+
+}  // namespace
+
+VerdictList VerdictList::Parse(std::string_view text, std::vector<Fault>& faults) {
+  VerdictList list;
+  std::size_t number = 0;
+  while (!text.empty()) {
+    ++number;
+    std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    const std::string_view verdictWord = TakeWord(line);
+    if (verdictWord.empty() || verdictWord.starts_with('#')) continue;
+    const std::string_view kind = TakeWord(line);
+    const std::string_view pattern = TakeWord(line);
+    const auto verdict = ReadVerdict(verdictWord);
+    Verdicts* const target = kind == "url"      ? &list.urls_
+                             : kind == "host"   ? &list.hosts_
+                             : kind == "suffix" ? &list.suffixes_
+                                                : nullptr;
+    std::string_view rest = TakeWord(line);
+    std::string what;
+    if (!verdict) {
+      what = "\"" + std::string(verdictWord) + "\" is no verdict";
+    } else if (target == nullptr) {
+      what = "\"" + std::string(kind) + "\" is neither url, host nor suffix";
+    } else if (pattern.empty()) {
+      what = "nothing to match";
+    } else if (!rest.empty() && !rest.starts_with('#')) {
+      what = "\"" + std::string(rest) + "\" is more than a line holds";
+    }
+    if (what.empty()) {
+      target->insert_or_assign(kind == "url" ? std::string(pattern) : Lower(pattern), *verdict);
+    } else if (faults.size() < kFaultLimit) {
+      faults.push_back({number, std::move(what)});
+    }
+  }
+  return list;
+}
+
+std::int32_t VerdictList::Find(std::string_view url) const {
+  if (const auto found = urls_.find(std::string(url)); found != urls_.end()) return found->second;
+  UrlParser parser;
+  if (parser.DecodeUrl(Widen(url)) != 0) return kUnknown;
+  const std::string host = Lower(Narrow(parser.Record().HostName));
+  if (const auto found = hosts_.find(host); found != hosts_.end()) return found->second;
+  for (std::size_t start = 0;;) {
+    if (const auto found = suffixes_.find(host.substr(start)); found != suffixes_.end()) return found->second;
+    const std::size_t dot = host.find('.', start);
+    if (dot == std::string::npos) return kUnknown;
+    start = dot + 1;
+  }
+}
+
+VerdictFile::VerdictFile(std::string path) : path_(std::move(path)) {
+  if (!Reload()) throw std::runtime_error(path_ + ": can't be read");
+}
+
+std::shared_ptr<const VerdictList> VerdictFile::Current() {
+  const std::lock_guard lock(mutex_);
+  const std::int64_t now = CoarseTick() / kNanosecondsInMs;
+  if (now - lookedAtMs_ >= kLookEveryMs) {
+    lookedAtMs_ = now;
+    if (StampOf(path_) != stamp_ && !Reload()) LogLine("VerdictFile", path_ + ": can't be read", kLogWarning);
+  }
+  return list_;
+}
+
+bool VerdictFile::Reload() {
+  // The stamp is taken first: a file that changes while it is read is read again.
+  stamp_ = StampOf(path_);
+  const auto text = ReadWholeFile(path_, kFileLimit);
+  if (!text) return false;
+  std::vector<VerdictList::Fault> faults;
+  auto list = std::make_shared<const VerdictList>(VerdictList::Parse(*text, faults));
+  for (const VerdictList::Fault& fault : faults) {
+    LogLine("VerdictFile", path_ + ":" + std::to_string(fault.line) + ": " + fault.what, kLogWarning);
+  }
+  LogLine("VerdictFile", path_ + ": " + std::to_string(list->size()) + " verdicts", kLogInformation);
+  list_ = std::move(list);
+  return true;
+}
+
+}  // namespace zeph::server

@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/zeph/Common.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include <unistd.h>
+
+#include "DetectionEngine/configuration/Pack.h"
+#include "DetectionEngine/configuration/TextSources.h"
+#include "DetectionEngine/engine/ProcessState.h"
+#include "DetectionEngine/platform/CodePage.h"
+#include "tools/zeph/Pages.h"
+
+namespace zeph {
+
+namespace {
+
+constexpr double kProgressAfterMs = 1000.0;
+constexpr double kProgressEveryMs = 200.0;
+
+double NowMs() {
+  using Milliseconds = std::chrono::duration<double, std::milli>;
+  return Milliseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+std::string ReadFile(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string content((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  if (!file.good() && !file.eof()) throw CommandError(path.string() + ": can't be read");
+  return content;
+}
+
+}  // namespace
+
+void AddConfigurationOptions(CLI::App& command, ConfigurationChoice& choice) {
+  auto* package = command.add_option("--package", choice.package, "Package to load instead of the default one");
+  command.add_option("--sources", choice.sources, "Folder of text sources to use instead of a package")
+      ->excludes(package);
+  command.add_option("--installation", choice.installation, "What the engine runs as: client or server")
+      ->check(CLI::IsMember({"client", "server"}))
+      ->capture_default_str();
+}
+
+std::shared_ptr<const ConfigurationPair> ActiveConfiguration() { return Process().configurationMgr.Active(); }
+
+void UseConfiguration(const ConfigurationChoice& choice) {
+  ConfigurationMgr& manager = Process().configurationMgr;
+  std::shared_ptr<ConfigurationPair> changed;
+  if (!choice.sources.empty()) {
+    changed = std::make_shared<ConfigurationPair>(*manager.Active());
+    LoadTextSources(choice.sources, *changed);
+  } else if (!choice.package.empty()) {
+    if (!std::filesystem::exists(choice.package)) throw CommandError(choice.package + ": no such package");
+    if (!manager.LoadPackage(Widen(choice.package))) {
+      throw CommandError(choice.package + ": not loaded: " + manager.LastFailure());
+    }
+  } else if (!manager.Run()) {
+    throw CommandError("no default package could be loaded: " + manager.LastFailure());
+  }
+  const bool isClient = choice.installation == "client";
+  const auto active = manager.Active();
+  if (changed == nullptr && (active->configuration.IsClient != isClient || !choice.server.empty())) {
+    changed = std::make_shared<ConfigurationPair>(*active);
+  }
+  if (changed == nullptr) return;
+  changed->configuration.IsClient = isClient;
+  if (!choice.server.empty()) changed->configuration.Resources.Server = Widen(choice.server);
+  manager.Publish(std::move(changed));
+}
+
+void LoadTextSources(const std::string& folder, ConfigurationPair& pair) {
+  std::vector<PackedFile> files;
+  for (const std::string& path : SourceFiles(folder)) {
+    files.push_back({std::filesystem::path(path).filename().string(), ReadFile(path)});
+  }
+  if (!ParseTextFiles(files, pair.configuration, pair.indicators)) {
+    throw CommandError(folder + ": more than a package can hold");
+  }
+  pair.configuration.BuildIndexes();
+  pair.indicators.Prepare();
+}
+
+std::vector<std::string> SourceFiles(const std::string& folder) {
+  std::error_code error;
+  std::vector<std::filesystem::path> paths;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+    // The notes of a package's makers lie beside its sources.
+    if (entry.is_regular_file() && entry.path().extension() != ".md") paths.push_back(entry.path());
+  }
+  if (error) throw CommandError(folder + ": " + error.message());
+  if (paths.empty()) throw CommandError(folder + ": holds no text sources");
+  const auto rank = [](const std::filesystem::path& path) {
+    const std::string name = path.filename().string();
+    return name == "TrustedDomains.xml" ? 0 : name == "SafeList" ? 1 : 2;
+  };
+  std::ranges::sort(paths, [&](const auto& a, const auto& b) {
+    return rank(a) != rank(b) ? rank(a) < rank(b) : a.filename().string() < b.filename().string();
+  });
+  std::vector<std::string> files;
+  std::ranges::transform(paths, std::back_inserter(files), [](const auto& path) { return path.string(); });
+  return files;
+}
+
+std::vector<std::string> ExpandFolders(const std::vector<std::string>& inputs) {
+  std::vector<std::string> expanded;
+  for (const std::string& input : inputs) {
+    std::error_code error;
+    if (!std::filesystem::is_directory(input, error)) {
+      expanded.push_back(input);
+      continue;
+    }
+    std::vector<std::string> pages;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(input, error)) {
+      if (entry.is_regular_file() && IsPageFile(entry.path().string())) pages.push_back(entry.path().string());
+    }
+    if (error) throw CommandError(input + ": " + error.message());
+    if (pages.empty()) throw CommandError(input + ": holds no pages");
+    std::ranges::sort(pages);
+    expanded.insert(expanded.end(), pages.begin(), pages.end());
+  }
+  return expanded;
+}
+
+void ForEachInput(const std::vector<std::string>& inputs, const std::function<void(const std::string&)>& take) {
+  for (const std::string& input : inputs) {
+    if (input != "-") {
+      take(input);
+      continue;
+    }
+    std::string line;
+    while (std::getline(std::cin, line)) {
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      if (!line.empty()) take(line);
+    }
+  }
+}
+
+void PrintLine(std::string_view line) {
+  std::cout << line << '\n';
+  if (std::cin.rdbuf()->in_avail() <= 0) std::cout.flush();
+  if (!std::cout) throw CommandError("standard output: can't be written");
+}
+
+void PrintError(std::string_view line) { std::cerr << "zeph: " << line << std::endl; }
+
+Progress::Progress(std::string what, std::size_t total)
+    : what_(std::move(what)), total_(total), startedMs_(NowMs()), terminal_(isatty(STDERR_FILENO) == 1) {}
+
+Progress::~Progress() {
+  if (shown_) std::cerr << "\r\x1b[K" << std::flush;
+}
+
+void Progress::Step() {
+  ++done_;
+  if (!terminal_) return;
+  const double now = NowMs();
+  if (now - startedMs_ < kProgressAfterMs || now - shownMs_ < kProgressEveryMs) return;
+  shownMs_ = now;
+  shown_ = true;
+  Show();
+}
+
+void Progress::Show() const {
+  std::cerr << '\r' << what_ << ' ' << done_;
+  if (total_ != 0) std::cerr << " of " << total_;
+  std::cerr << "\x1b[K" << std::flush;
+}
+
+}  // namespace zeph

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the commands share: errors with an exit status, the choice of the configuration, inputs by argument or line.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "DetectionEngine/configuration/ConfigurationMgr.h"
+
+namespace zeph {
+
+/// Exit statuses of every command.
+inline constexpr int kExitDone = 0;
+inline constexpr int kExitHeld = 1;   ///< under check --exit-code: something was held for spoofing
+inline constexpr int kExitError = 2;  ///< the command line, a file or the configuration can't be used
+
+/// One line that says what can't be used and why; ends the command with kExitError.
+class CommandError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Where a command's configuration comes from.
+struct ConfigurationChoice {
+  std::string package;  ///< a package file; empty: the default one
+  std::string sources;  ///< a folder of text sources
+  std::string installation = "client";
+  std::string server;  ///< overrides the configuration's server when not empty
+};
+
+void AddConfigurationOptions(CLI::App& command, ConfigurationChoice& choice);
+
+/// Loads what was chosen into the process's manager. Throws CommandError with the reason of a refusal.
+void UseConfiguration(const ConfigurationChoice& choice);
+
+/// The configuration in force.
+[[nodiscard]] std::shared_ptr<const ConfigurationPair> ActiveConfiguration();
+
+/// The text sources of a folder, in the order in which a pack of them is handled: TrustedDomains.xml, SafeList, the
+/// others by name. Throws CommandError.
+[[nodiscard]] std::vector<std::string> SourceFiles(const std::string& folder);
+
+/// Adds what the text sources of a folder say to a pair, and completes it as a load does. Throws CommandError.
+void LoadTextSources(const std::string& folder, ConfigurationPair& pair);
+
+/// The inputs with each folder replaced by the pages in it and below, in order of their paths. Throws CommandError for
+/// a folder without pages.
+[[nodiscard]] std::vector<std::string> ExpandFolders(const std::vector<std::string>& inputs);
+
+/// Calls take for each input in order; "-" stands for the lines of standard input.
+void ForEachInput(const std::vector<std::string>& inputs, const std::function<void(const std::string&)>& take);
+
+/// One line of output. Flushed when nothing more is waiting on standard input.
+void PrintLine(std::string_view line);
+/// One line on standard error, behind "zeph: ".
+void PrintError(std::string_view line);
+
+/// Says on standard error, when that is a terminal and the work has taken more than a second, how far it has come.
+class Progress {
+ public:
+  Progress(std::string what, std::size_t total);  ///< total 0: not known
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+  void Step();
+
+ private:
+  void Show() const;
+
+  std::string what_;
+  std::size_t total_;
+  std::size_t done_ = 0;
+  double startedMs_;
+  double shownMs_ = 0.0;
+  bool terminal_;
+  bool shown_ = false;
+};
+
+/// Each adds one command to the program; its callback runs the command and may throw CommandError.
+/// exitStatus receives what isn't kExitDone.
+void AddCheckCommand(CLI::App& program, int& exitStatus);
+void AddInspectCommand(CLI::App& program, int& exitStatus);
+void AddRecordCommand(CLI::App& program, int& exitStatus);
+void AddReportCommand(CLI::App& program, int& exitStatus);
+void AddPackageCommand(CLI::App& program, int& exitStatus);
+void AddRulesCommand(CLI::App& program, int& exitStatus);
+void AddServeCommand(CLI::App& program, int& exitStatus);
+void AddSettingsCommand(CLI::App& program, int& exitStatus);
+
+}  // namespace zeph

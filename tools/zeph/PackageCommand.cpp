@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
+#include <fstream>
+
+#include "DetectionEngine/DetectionEngine.h"
+#include "DetectionEngine/configuration/Cabinet.h"
+#include "DetectionEngine/configuration/DataFolder.h"
+#include "DetectionEngine/configuration/MemoryFileWriter.h"
+#include "DetectionEngine/configuration/Pack.h"
+#include "DetectionEngine/configuration/TextSources.h"
+#include "DetectionEngine/platform/CodePage.h"
+#include "tools/zeph/Common.h"
+
+namespace zeph {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct BuildOptions {
+  std::string sources;
+  std::string output;
+  std::string format = "memory";
+  std::string module;
+};
+
+struct UnpackOptions {
+  std::string package;
+  std::string output;
+};
+
+/// A folder that goes with its owner.
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    std::string name = (fs::temp_directory_path() / "zeph-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw CommandError(name + ": can't be made");
+    path_ = name;
+  }
+  ~ScratchFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  [[nodiscard]] const fs::path& Path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+void WriteFile(const fs::path& path, std::string_view content) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(content.data(), static_cast<std::streamsize>(content.size()));
+  file.close();
+  if (!file) throw CommandError(path.string() + ": can't be written");
+}
+
+std::vector<const char*> Pointers(const std::vector<std::string>& texts) {
+  std::vector<const char*> pointers;
+  for (const std::string& text : texts) pointers.push_back(text.c_str());
+  return pointers;
+}
+
+/// The texts of the module that will load the package. A load by the memory route takes them from the file, and looks
+/// for a newer package where they say, so they are those of the machine that builds, unless told otherwise.
+void SetModuleTexts(Configuration& configuration, const BuildOptions& options) {
+  const fs::path output = fs::absolute(options.output);
+  const fs::path stem = output.stem();
+  fs::path module = options.module.empty() ? fs::path() : fs::absolute(options.module);
+  if (module.empty()) {
+    for (const fs::path& candidate : {output.parent_path() / (stem.string() + ".so"), output.parent_path() / stem}) {
+      if (module.empty() && fs::is_regular_file(candidate)) module = candidate;
+    }
+  }
+  const fs::path folder = module.empty() ? output.parent_path() : module.parent_path();
+  const std::string packageName = stem.string() + ".zip";
+  configuration.ModulePath = Widen(module.string());
+  configuration.ModuleFolder = Widen(folder.string());
+  configuration.ConfigBaseName = Widen(stem.string());
+  configuration.OriginalConfigFile = Widen((folder / packageName).string());
+  configuration.NewConfigFile = Widen((fs::path(GetDataFolder()) / packageName).string());
+  configuration.SpareConfigFile = configuration.NewConfigFile;
+  configuration.ActiveConfigFile = configuration.OriginalConfigFile;
+}
+
+/// The packed file of a package, under its name in the cabinet.
+fs::path MakePackedFile(const BuildOptions& options, const fs::path& folder) {
+  if (options.format == "pack") {
+    const std::vector<std::string> files = SourceFiles(options.sources);
+    const fs::path packed = folder / "packed2.dat";
+    if (!MakePack(Pointers(files).data(), static_cast<int>(files.size()), packed.c_str())) {
+      throw CommandError(options.sources + ": can't be packed");
+    }
+    return packed;
+  }
+  ConfigurationPair pair;
+  LoadTextSources(options.sources, pair);
+  SetModuleTexts(pair.configuration, options);
+  const fs::path packed = folder / "packed3.dat";
+  const std::optional<std::string> content = SealMemoryFile(WriteMemoryFile(pair.configuration, pair.indicators));
+  if (!content) throw CommandError(options.sources + ": more than a memory file can hold");
+  WriteFile(packed, *content);
+  return packed;
+}
+
+void Build(const BuildOptions& options) {
+  const ScratchFolder scratch;
+  const std::string packed = MakePackedFile(options, scratch.Path()).string();
+  const fs::path output(options.output);
+  const std::string folder = fs::absolute(output).parent_path().string() + "/";
+  const char* files[] = {packed.c_str()};
+  if (!MakeCabinet(files, 1, output.filename().c_str(), folder.c_str())) {
+    throw CommandError(options.output + ": can't be written");
+  }
+}
+
+void Unpack(const UnpackOptions& options) {
+  const ScratchFolder scratch;
+  if (!fs::is_regular_file(options.package)) throw CommandError(options.package + ": no such package");
+  const Extraction extraction = CabExtract(options.package, scratch.Path().string() + "/");
+  if (!extraction.refusal.empty()) throw CommandError(options.package + ": " + extraction.refusal);
+  std::error_code error;
+  fs::create_directories(options.output, error);
+  const fs::path pack = scratch.Path() / "packed2.dat";
+  const fs::path memory = scratch.Path() / "packed3.dat";
+  const bool isPack = fs::exists(pack);
+  if (!isPack && !fs::exists(memory))
+    throw CommandError(options.package + ": holds neither packed2.dat nor packed3.dat");
+  const std::optional<std::string> content = OpenPackedFile((isPack ? pack : memory).string());
+  if (!content)
+    throw CommandError(options.package + ": its packed file can't be inflated; was it made with another key?");
+  if (!isPack) return WriteFile(fs::path(options.output) / "packed3.dat", *content);
+  const std::optional<std::vector<PackedFile>> files = CreateVectorofFileData(*content);
+  if (!files) throw CommandError(options.package + ": its pack ends before its last file does");
+  for (const PackedFile& file : *files) {
+    const fs::path name = fs::path(file.Name).filename();
+    if (name.empty() || name == "." || name == ".." || name.string() != file.Name) {
+      throw CommandError(options.package + ": a file in it is named \"" + file.Name + "\"");
+    }
+    WriteFile(fs::path(options.output) / name, file.FileData);
+  }
+}
+
+}  // namespace
+
+void AddPackageCommand(CLI::App& program, int&) {
+  CLI::App* package = program.add_subcommand("package", "Make and take apart configuration packages");
+  package->require_subcommand(1);
+
+  CLI::App* build = package->add_subcommand("build", "Make a package from a folder of text sources");
+  auto buildOptions = std::make_shared<BuildOptions>();
+  build->add_option("--sources", buildOptions->sources, "Folder of the text sources")->required();
+  build->add_option("--output", buildOptions->output, "The package to write (.zip)")->required();
+  build->add_option("--format", buildOptions->format, "memory: loads fast; pack: the sources themselves, packed")
+      ->check(CLI::IsMember({"memory", "pack"}))
+      ->capture_default_str();
+  build->add_option("--module", buildOptions->module,
+                    "The library or program that will load it (default: the one of the same name beside the package)");
+  build->footer("package/README.md and docs/package.md tell how sources are written.");
+  build->callback([buildOptions] { Build(*buildOptions); });
+
+  CLI::App* unpack = package->add_subcommand("unpack", "Extract, decipher and inflate a package");
+  auto unpackOptions = std::make_shared<UnpackOptions>();
+  unpack->add_option("package", unpackOptions->package, "The package")->required();
+  unpack->add_option("--output", unpackOptions->output, "Folder to write into")->required();
+  unpack->callback([unpackOptions] { Unpack(*unpackOptions); });
+}
+
+}  // namespace zeph
