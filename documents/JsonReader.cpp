@@ -71,7 +71,7 @@ bool JsonReader::Open(char bracket, bool isObject) {
     return false;
   }
   ++at_;
-  levels_.push_back({{}, -1, isObject, true});
+  levels_.push_back({{}, -1, isObject});
   return true;
 }
 
@@ -105,6 +105,7 @@ bool JsonReader::NextMember(std::u16string& name) {
   name.clear();
   if (!ReadString(name)) return false;
   levels_.back().name = name;
+  levels_.back().isNamed = true;
   if (Peek() != ':') {
     Fail("a colon is expected");
     return false;
@@ -116,6 +117,7 @@ bool JsonReader::NextMember(std::u16string& name) {
 bool JsonReader::NextItem() {
   if (!Advance(']')) return false;
   ++levels_.back().item;
+  levels_.back().isNamed = true;
   return true;
 }
 
@@ -304,7 +306,7 @@ void JsonReader::FailAt(std::string_view path, std::string_view what) {
 std::string JsonReader::Path() const {
   std::string path;
   for (const Level& level : levels_) {
-    if (level.isFirst) continue;
+    if (!level.isNamed) continue;
     path += "/" + (level.isObject ? PointerPart(level.name) : std::to_string(level.item));
   }
   return path;

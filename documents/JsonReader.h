@@ -63,7 +63,8 @@ class JsonReader {
     std::u16string name;     ///< of an object's member
     std::int64_t item = -1;  ///< of an array
     bool isObject = false;
-    bool isFirst = true;
+    bool isFirst = true;   ///< no comma is due
+    bool isNamed = false;  ///< name or item tell where the reader is
   };
 
   bool Open(char bracket, bool isObject);

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "DetectionEngine/page/BodyCollector.h"
+#include "tests/page/Pages.h"
+
+namespace zeph {
+namespace {
+
+using Texts = std::vector<std::u16string>;
+
+BodyData CollectText(std::string_view text) {
+  BodyData body;
+  EXPECT_EQ(CollectBodyData(Page("'get_body': 0", "{'IHTMLElement': {'get_innerText': '" + std::string(text) +
+                                                      "', 'get_innerHTML': '<P>'}}")
+                                .get(),
+                            body),
+            0);
+  EXPECT_EQ(body.html, u"<P>");
+  return body;
+}
+
+TEST(BodyCollector, CountsWordsAndLineBreaks) {
+  struct Row {
+    std::string_view text;
+    std::int32_t words, breaks;
+  };
+  const Row rows[] = {{"", 0, 0},           {" \\r\\n ", 0, 2},          {"two words", 2, 0},
+                      {"two words ", 2, 0}, {" a\\nb\\u3000c\\r", 3, 2}, {"a\\u00a0b", 1, 0}};
+  for (const Row& row : rows) {
+    const BodyData body = CollectText(row.text);
+    EXPECT_EQ(body.wordCount, row.words) << row.text;
+    EXPECT_EQ(body.lineBreakCount, row.breaks) << row.text;
+  }
+}
+
+TEST(BodyCollector, StatusIsThatOfTheTitle) {
+  struct Row {
+    std::string_view document, element;
+    Status status;
+    std::u16string_view title;
+  };
+  const Row rows[] = {
+      {"'get_title': 't'", "", 0, u"t"},
+      {"'get_body': {'status': -1}, 'get_title': 't'", "", 0, u"t"},
+      {"'get_body': 0, 'get_title': 't'", "'get_innerText': {'status': -2}", -2, u""},
+      {"'get_body': 0, 'get_title': 't'", "'get_innerHTML': {'status': -3}", -3, u""},
+      {"'get_body': 0, 'get_title': {'status': -4}", "'get_innerText': 'welcome to x'", -4, u""},
+  };
+  for (const Row& row : rows) {
+    BodyData body;
+    const auto page = Page(row.document, "{'IHTMLElement': {" + std::string(row.element) + "}}");
+    EXPECT_EQ(CollectBodyData(page.get(), body), row.status) << row.document;
+    EXPECT_EQ(body.title, row.title) << row.document;
+    EXPECT_TRUE(body.markerPhrases.empty()) << row.document;
+  }
+}
+
+TEST(BodyCollector, TakesPhrasesBehindMarkers) {
+  EXPECT_EQ(CollectText("Hi. Welcome  to A. WELCOME TO the Bank of a b c d e").markerPhrases,
+            Texts{u"welcome to the bank of a b  "});
+  EXPECT_EQ(CollectText("welcome to welcome to x").markerPhrases,
+            (Texts{u"welcome to welcome to x ", u"welcome to x "}));
+  // The last marker is looked for once more in the last two lines.
+  EXPECT_EQ(CollectText("one\\r\\n\\u00a9 A\\r\\ntwo 1").markerPhrases,
+            (Texts{u"\u00a9 a\r\ntwo 1 ", u"\u00a9 a\r\ntwo "}));
+  EXPECT_EQ(CollectText("\\u00a9 A\\nb\\nc\\nd").markerPhrases, Texts{u"\u00a9 a\nb\nc\nd "});
+  EXPECT_EQ(CollectText("\\u00a9 A\\nb").markerPhrases, Texts{u"\u00a9 a\nb "});
+  EXPECT_EQ(CollectText("\\n\\u00a9 A\\n1").markerPhrases, (Texts{u"\u00a9 a\n1 ", u"\u00a9 a "}));
+}
+
+TEST(BodyCollector, PhraseEndsWithItsSeventhWord) {
+  const auto phrases = [](std::u16string_view text) {
+    std::size_t kept = 0;
+    Texts found;
+    ExtractPhrases(text, u" m", kept, found);
+    return found;
+  };
+  EXPECT_EQ(phrases(u"x m 2 3 4 5 6 7 8"), Texts{u" m 2 3 4 5 6 7  "});
+  EXPECT_EQ(phrases(u"x m 2 3 4 5 6 7"), Texts{u" m 2 3 4 5 6 7 "});
+  EXPECT_EQ(phrases(u"x m\t\t2 3 4 5 6 7\n\n8"), Texts{u" m\t\t2 3 4 5 6 7\n "});
+  EXPECT_EQ(phrases(u"x m m m"), (Texts{u" m m m ", u" m m ", u" m "}));
+}
+
+TEST(BodyCollector, PhrasesOfOneEndlessWordAreBounded) {
+  const std::u16string text(std::size_t{1} << 22, u'm');
+  std::size_t kept = 0;
+  Texts phrases;
+  ExtractPhrases(text, u"m", kept, phrases);
+  ASSERT_GE(phrases.size(), 3U);
+  EXPECT_EQ(phrases[1].size(), text.size());
+  EXPECT_LE(kept, kPhraseTextLimit);
+}
+
+}  // namespace
+}  // namespace zeph
