@@ -1,0 +1,240 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command line as other programs use it: the real program, its JSON, its exit statuses.
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/wait.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+struct Ran {
+  int status = 0;
+  std::string out;
+  std::string err;
+
+  [[nodiscard]] std::vector<Json> Lines() const {
+    std::vector<Json> lines;
+    std::istringstream text(out);
+    for (std::string line; std::getline(text, line);) lines.push_back(Json::parse(line));
+    return lines;
+  }
+};
+
+std::string ReadText(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::stringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+void WriteText(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+
+std::vector<std::string> Names(const Json& object) {
+  std::vector<std::string> names;
+  for (const auto& [name, value] : object.items()) names.push_back(name);
+  return names;
+}
+
+class CommandLine : public testing::Test {
+ protected:
+  void SetUp() override {
+    folder_ = fs::path(testing::TempDir()) /
+              ("zeph-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
+    fs::remove_all(folder_);
+    fs::create_directories(folder_ / "machine");
+    fs::create_directories(folder_ / "user");
+  }
+  void TearDown() override { fs::remove_all(folder_); }
+
+  /// Runs zeph; arguments are shell words, input is its standard input.
+  [[nodiscard]] Ran Run(const std::string& arguments, const std::string& input = "") const {
+    WriteText(folder_ / "in", input);
+    const std::string command = "cd " + folder_.string() + " && ZEPH_MACHINE_DIR=" + (folder_ / "machine").string() +
+                                " ZEPH_USER_DIR=" + (folder_ / "user").string() + " " ZEPH_PROGRAM " " + arguments +
+                                " <in >out 2>err";
+    Ran ran;
+    const int status = std::system(command.c_str());
+    ran.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    ran.out = ReadText(folder_ / "out");
+    ran.err = ReadText(folder_ / "err");
+    return ran;
+  }
+
+  /// A folder of small sources: one brand, and rules that tell on the brand's tag and on nothing else.
+  [[nodiscard]] std::string Sources() const {
+    const fs::path sources = folder_ / "sources";
+    fs::create_directories(sources);
+    WriteText(sources / "TrustedDomains.xml",
+              "<Trusted.Domain>\n<Domain>bank.example</Domain>\n<CN>Example Bank</CN>\n<UT>examplebank</UT>\n"
+              "<DT>bank.example</DT>\n</Trusted.Domain>\n");
+    WriteText(sources / "SafeList", "<Trusted.Domain D=\"bank.example\">\n<Domain>safe.example</Domain>\n");
+    WriteText(
+        sources / "Indicators.xml",
+        "<Indicator>\n<OnWeight>0.95</OnWeight>\n<TDPriority>1</TDPriority>\n<Category>0</Category>\n<Expression>\n"
+        "<FieldID>4</FieldID>\n<MethodID>3</MethodID>\n<ValueType>0</ValueType>\n<Value>8</Value>\n"
+        "</Expression>\n</Indicator>\n");
+    WriteText(sources / "Resources.xml", "<Server>server.example</Server>\n<TRLMBrandIDs>a,b</TRLMBrandIDs>\n");
+    return sources.string();
+  }
+
+  fs::path folder_;
+};
+
+TEST_F(CommandLine, ChecksUrlsInOrder) {
+  const Ran ran = Run("check --json --sources " + Sources() +
+                      " http://examplebank.evil.test/ about:blank http://quiet.test/ 'http://[::1]/'");
+  EXPECT_EQ(ran.status, 0) << ran.err;
+  const auto lines = ran.Lines();
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_EQ(Names(lines[0]), (std::vector<std::string>{"input", "result", "classification", "spooficity", "siteName"}));
+  EXPECT_EQ(
+      lines[0].dump(),
+      R"({"input":"http://examplebank.evil.test/","result":0,"classification":5,"spooficity":0.95,"siteName":"Example Bank"})");
+  EXPECT_EQ(lines[1].dump(),
+            R"({"input":"about:blank","result":0,"classification":1,"spooficity":0,"siteName":"Microsoft"})");
+  EXPECT_EQ(lines[2].dump(),
+            R"({"input":"http://quiet.test/","result":0,"classification":3,"spooficity":0.5,"siteName":null})");
+  EXPECT_EQ(lines[3].dump(),
+            R"({"input":"http://[::1]/","result":-1,"classification":3,"spooficity":null,"siteName":null})");
+}
+
+TEST_F(CommandLine, ExplainsEveryIndicator) {
+  const auto lines = Run("check --json --explain --sources " + Sources() + " http://examplebank.evil.test/").Lines();
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_EQ(lines[0]["brand"], "bank.example");
+  EXPECT_EQ(
+      lines[0]["indicators"].dump(),
+      R"([{"index":0,"evaluated":true,"on":true,"fieldText":"http://examplebank.evil.test/","matchText":"bank.example"}])");
+}
+
+TEST_F(CommandLine, KeepsTheOrderOfManyJobs) {
+  std::string input;
+  for (int i = 0; i < 500; ++i)
+    input += "http://host" + std::to_string(i) + ".test/" + std::string(i % 7 * 100, 'x') + "\n";
+  const std::string command = "check --json --sources " + Sources() + " - --jobs ";
+  const Ran one = Run(command + "1", input);
+  EXPECT_EQ(one.Lines().size(), 500U);
+  EXPECT_EQ(Run(command + "4", input).out, one.out);
+}
+
+TEST_F(CommandLine, SaysByItsExitStatusWhatWasAskedFor) {
+  const std::string sources = " --sources " + Sources() + " ";
+  const std::string spoof = "http://examplebank.evil.test/";
+  WriteText(folder_ / "bad.json", R"({"recording": 1, "document": {"get_URL": [}})");
+  struct Case {
+    std::string arguments;
+    int status;
+    std::string error;
+  };
+  const Case cases[] = {
+      {"check" + sources + spoof, 0, ""},
+      {"check --exit-code" + sources + spoof, 1, ""},
+      {"check --exit-code" + sources + "http://quiet.test/", 0, ""},
+      {"check" + sources, 2, "input is required"},
+      {"check --nonsense" + sources + spoof, 2, "nonsense"},
+      {"check" + sources + "bad.json", 2, "bad.json: "},
+      {"check --package no.zip x", 2, "no.zip: no such package"},
+      {"check --package bad.json x", 2, "bad.json: not loaded"},
+      {"check --sources nowhere x", 2, "nowhere: "},
+      {"inspect page" + sources + "nothing.json", 2, "nothing.json: "},
+      {"inspect nonsense", 2, ""},
+      {"", 2, "subcommand is required"},
+  };
+  for (const Case& row : cases) {
+    const Ran ran = Run(row.arguments);
+    EXPECT_EQ(ran.status, row.status) << row.arguments << "\n" << ran.out << ran.err;
+    EXPECT_NE(ran.err.find(row.error), std::string::npos) << row.arguments << "\n" << ran.err;
+    if (row.status == 2) {
+      EXPECT_EQ(std::count(ran.err.begin(), ran.err.end(), '\n'), 1) << row.arguments << "\n" << ran.err;
+      EXPECT_EQ(ran.out, "") << row.arguments;
+    }
+  }
+}
+
+TEST_F(CommandLine, InspectsManyInputsInOneProcess) {
+  const Ran urls = Run("inspect url --sources " + Sources() + " http://a.test/b -", "http://c.test/d\r\nno url\n");
+  ASSERT_EQ(urls.Lines().size(), 3U) << urls.err;
+  EXPECT_EQ(urls.Lines()[1]["record"]["UrlPath"], "/d");
+  EXPECT_EQ(urls.Lines()[2]["result"], -1);
+  EXPECT_EQ(urls.Lines()[2]["record"]["RawUrl"], "");
+
+  const auto tokens = Run("inspect tokens --sources " + Sources() + " 'http://a.test:81/' 'x'").Lines();
+  ASSERT_EQ(tokens.size(), 4U);
+  EXPECT_EQ(Names(tokens[0]), (std::vector<std::string>{"form", "tokens", "chosen", "score", "class"}));
+  EXPECT_EQ(tokens[1]["form"], "record");
+  EXPECT_NE(std::find(tokens[1]["tokens"].begin(), tokens[1]["tokens"].end(), "BE*81"), tokens[1]["tokens"].end());
+  EXPECT_EQ(tokens[2].dump(), R"({"form":"text","tokens":null})");
+  EXPECT_EQ(Run("inspect strings").Lines().front().size(), 222U);
+}
+
+TEST_F(CommandLine, MakesPackagesThatSayWhatTheirSourcesSay) {
+  const Json wanted = Run("inspect package --sources " + Sources()).Lines().front();
+  ASSERT_EQ(Names(wanted), (std::vector<std::string>{"Configuration", "Indicators"}));
+  const auto content = [](Json package) {
+    for (const char* text : {"ModulePath", "ModuleFolder", "ConfigBaseName", "OriginalConfigFile", "NewConfigFile",
+                             "SpareConfigFile", "ActiveConfigFile"}) {
+      package["Configuration"].erase(text);
+    }
+    return package;
+  };
+  for (const std::string format : {"memory", "pack"}) {
+    const Ran built = Run("package build --sources " + Sources() + " --output made.zip --format " + format);
+    ASSERT_EQ(built.status, 0) << built.err;
+    const Ran inspected = Run("inspect package --package made.zip");
+    ASSERT_EQ(inspected.status, 0) << inspected.err;
+    EXPECT_EQ(content(inspected.Lines().front()).dump(), content(wanted).dump()) << format;
+    EXPECT_EQ(Run("package unpack made.zip --output " + format).status, 0);
+  }
+  EXPECT_TRUE(fs::exists(folder_ / "memory" / "packed3.dat"));
+  for (const char* name : {"TrustedDomains.xml", "SafeList", "Indicators.xml", "Resources.xml"}) {
+    EXPECT_EQ(ReadText(folder_ / "pack" / name), ReadText(folder_ / "sources" / name)) << name;
+  }
+}
+
+TEST_F(CommandLine, LooksForANewerPackageWhereTheLoadedOneSays) {
+  ASSERT_EQ(Run("package build --sources " + Sources() + " --output made.zip").status, 0);
+  const Json configuration = Run("inspect package --package made.zip").Lines().front()["Configuration"];
+  const std::string next = configuration["NewConfigFile"];
+  EXPECT_TRUE(next.starts_with((folder_ / "machine").string() + "/")) << next;
+  EXPECT_TRUE(next.ends_with("/made.zip")) << next;
+}
+
+TEST_F(CommandLine, KeepsSettings) {
+  EXPECT_EQ(Run("settings get --machine OutputToFile").status, 2);
+  EXPECT_EQ(Run("settings set --machine OutputToFile 1").status, 0);
+  EXPECT_EQ(Run("settings set --machine Directory " + folder_.string()).status, 0);
+  EXPECT_EQ(Run("settings get --machine OutputToFile").out, "1\n");
+  EXPECT_NE(Run("settings list --machine").out.find("OutputToFile         1"), std::string::npos);
+  EXPECT_EQ(Run("settings set --machine OutputToFile many").status, 2);
+  EXPECT_EQ(Run("check --sources " + Sources() + " http://examplebank.evil.test/").status, 0);
+  EXPECT_NE(ReadText(folder_ / "zeph0.log").find("http://examplebank.evil.test/"), std::string::npos)
+      << "the log follows the settings";
+  EXPECT_EQ(Run("settings delete --machine OutputToFile").status, 0);
+  EXPECT_EQ(Run("settings delete --machine OutputToFile").status, 2);
+  EXPECT_EQ(Run("settings set Anything 'a text'").status, 0);
+  EXPECT_EQ(Run("settings get Anything").out, "a text\n");
+}
+
+TEST_F(CommandLine, NeverSendsUnlessAskedTo) {
+  // A script attack is reported by every classification; by default that ends in a line that says so.
+  const fs::path sources = Sources();
+  WriteText(sources / "Indicators.xml",
+            "<Indicator>\n<OnWeight>1.2</OnWeight>\n<Category>0</Category>\n<Expression>\n<FieldID>4</FieldID>\n"
+            "<MethodID>49</MethodID>\n</Expression>\n</Indicator>\n");
+  const Ran ran = Run("check --sources " + sources.string() + " 'http://a.test/?%3Cscript%3E'");
+  EXPECT_NE(ran.out.find("SCRIPT ATTACK"), std::string::npos) << ran.out;
+  EXPECT_NE(ran.out.find("not sent: report of http://a.test/?%3Cscript%3E to server.example"), std::string::npos)
+      << ran.out;
+}
+
+}  // namespace
