@@ -68,8 +68,8 @@ class ConfigurationMgr {
   /// more. Its indexes are built and its values prepared by the caller.
   void Publish(std::shared_ptr<const ConfigurationPair> pair);
 
-  /// Sets the stop event and waits for the load thread, which gives up at its next step: it doesn't go on waiting for
-  /// other processes, and takes no further package. Nothing is loaded by a thread afterwards.
+  /// Sets the stop event and waits for the load thread, which gives up at its next step instead of waiting for other
+  /// processes or taking a further package. Nothing is loaded afterwards; what is in force stays so.
   void Stop();
 
  private:

@@ -1,0 +1,400 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <atomic>
+#include <regex>
+#include <thread>
+
+#include "DetectionEngine/configuration/DataFolder.h"
+#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/platform/Files.h"
+#include "DetectionEngine/platform/SettingsHive.h"
+#include "tests/configuration/Packages.h"
+#include "tests/configuration/TestSigner.h"
+
+namespace zeph {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+
+/// A module in a folder of its own, whose package is engine.zip, and the shared data folder of its machine.
+class ConfigurationMgrTest : public FoldersTest {
+ protected:
+  ConfigurationMgrTest() {
+    SetVendorName("Corvanta");
+    fs::create_directories(Path("tmp"));
+    fs::create_directories(Path("module"));
+    fs::create_directories(Path("machine/Corvanta"));
+    setenv("TMPDIR", Path("tmp").c_str(), 1);
+  }
+  ~ConfigurationMgrTest() override { unsetenv("TMPDIR"); }
+
+  [[nodiscard]] ModuleTexts Module(const std::string& folder = "module") const {
+    return {Widen(Path(folder + "/engine.so")), Widen(Path(folder)), u"engine"};
+  }
+  [[nodiscard]] std::string Original() const { return Path("module/engine.zip"); }
+  [[nodiscard]] std::string New() const { return Path("machine/Corvanta/engine.zip"); }
+
+  /// A cabinet of these files, last written at the given second.
+  void Write(const std::string& path, const std::vector<PackedFile>& files, std::int64_t second = 1000) {
+    std::vector<std::string> sources;
+    for (const PackedFile& file : files) {
+      sources.push_back(Path("tmp/" + file.Name));
+      Fill(sources.back(), file.FileData);
+    }
+    const std::size_t slash = path.rfind('/');
+    const auto pointers = Pointers(sources);
+    ASSERT_TRUE(MakeCabinet(pointers.data(), static_cast<int>(pointers.size()), path.substr(slash + 1).c_str(),
+                            path.substr(0, slash).c_str()));
+    for (const std::string& source : sources) fs::remove(source);
+    ASSERT_TRUE(SetLastWriteTime(path, second * kSecond));
+  }
+  /// A pack of these sources, under its name in a package.
+  PackedFile Packed(const std::vector<PackedFile>& sources) {
+    std::vector<std::string> paths;
+    for (const PackedFile& source : sources) {
+      paths.push_back(Path("tmp/" + source.Name));
+      Fill(paths.back(), source.FileData);
+    }
+    const auto pointers = Pointers(paths);
+    EXPECT_TRUE(MakePack(pointers.data(), static_cast<int>(pointers.size()), Path("tmp/out").c_str()));
+    for (const std::string& path : paths) fs::remove(path);
+    PackedFile packed = {"packed2.dat", Content(Path("tmp/out"))};
+    fs::remove(Path("tmp/out"));
+    return packed;
+  }
+  /// A pack whose server has this name; what more its resources hold.
+  PackedFile Pack(const std::string& server, const std::string& more = {}) {
+    std::string filler = "<Note>";  // so that it neither grows nor shrinks too far
+    for (int i = 0; i < 200; ++i) filler += std::to_string(i);
+    return Packed({{"Resources.xml", "<Server>" + server + "</Server>\n" + more + filler + "\n"}});
+  }
+  /// A memory file whose server has this name, and the path where it says that newer packages lie.
+  static PackedFile Memory(const std::string& server, const std::string& newConfigFile) {
+    ConfigurationPair pair = FullPair();
+    pair.configuration.Resources.Server = Widen(server);
+    pair.configuration.NewConfigFile = Widen(newConfigFile);
+    return {"packed3.dat", SealedMemoryFile(pair)};
+  }
+  static std::string ServerOf(const ConfigurationMgr& manager) {
+    return Narrow(manager.Active()->configuration.Resources.Server);
+  }
+};
+
+TEST_F(ConfigurationMgrTest, KnowsItsModuleBeforeAnythingIsLoaded) {
+  for (const auto& [folder, isClient] : {std::pair("module", true), std::pair("x/Zeph-Server/bin", false)}) {
+    const ConfigurationMgr manager(Module(folder));
+    const auto pair = manager.Active();
+    const Configuration& c = pair->configuration;
+    EXPECT_EQ(Narrow(c.ModulePath), Path(folder) + "/engine.so");
+    EXPECT_EQ(c.ConfigBaseName, u"engine");
+    EXPECT_EQ(Narrow(c.OriginalConfigFile), Path(folder) + "/engine.zip");
+    EXPECT_EQ(c.ActiveConfigFile, c.OriginalConfigFile);
+    EXPECT_EQ(c.IsClient, isClient);
+    EXPECT_TRUE(c.NewConfigFile.empty());
+    EXPECT_TRUE(pair->indicators.Entries.empty());
+  }
+}
+
+TEST_F(ConfigurationMgrTest, RunTakesTheSharedPackageFirstAndTheModulesOwnForWantOfIt) {
+  const struct {
+    const char* name;
+    const char* shared;  ///< null: none; empty: a bad one
+    const char* own;
+    const char* loaded;  ///< null: nothing
+  } cases[] = {
+      {"both", "shared", "own", "shared"},  {"own alone", nullptr, "own", "own"},
+      {"shared is bad", "", "own", "own"},  {"shared alone", "shared", nullptr, "shared"},
+      {"own is bad", nullptr, "", nullptr}, {"none", nullptr, nullptr, nullptr},
+      {"both are bad", "", "", nullptr},
+  };
+  for (const auto& row : cases) {
+    fs::remove(Original());
+    fs::remove(New());
+    for (const auto& [path, server] : {std::pair(New(), row.shared), std::pair(Original(), row.own)}) {
+      if (server != nullptr && *server == '\0') Fill(path, "no cabinet");
+      if (server != nullptr && *server != '\0') Write(path, {Pack(server)});
+    }
+    ConfigurationMgr manager(Module());
+    EXPECT_EQ(manager.Run(), row.loaded != nullptr) << row.name;
+    EXPECT_EQ(ServerOf(manager), row.loaded != nullptr ? row.loaded : "") << row.name;
+    EXPECT_EQ(Narrow(manager.Active()->configuration.NewConfigFile), New()) << row.name;
+    EXPECT_EQ(manager.Active()->configuration.ActiveConfigFile,
+              row.shared != nullptr ? Widen(New()) : Widen(Original()))
+        << row.name;
+  }
+}
+
+TEST_F(ConfigurationMgrTest, RunReplacesWhatIsLoadedOnlyByALaterPackage) {
+  Write(Original(), {Pack("first")}, 1000);
+  ConfigurationMgr manager(Module());
+  ASSERT_TRUE(manager.Run());
+  const struct {
+    const char* name;
+    std::int64_t second;
+    bool isGood;
+    const char* loaded;
+  } steps[] = {
+      {"older", 999, true, "first"},    {"equally old", 1000, true, "first"}, {"later but bad", 1002, false, "first"},
+      {"later", 1001, true, "later"},   {"equal again", 1001, true, "later"}, {"bad", 1003, false, "later"},
+      {"mended", 1003, true, "mended"},
+  };
+  for (const auto& step : steps) {
+    Write(New(), {step.isGood ? Pack(step.name) : PackedFile{"packed2.dat", "nonsense"}}, step.second);
+    EXPECT_TRUE(manager.Run()) << step.name;
+    EXPECT_EQ(ServerOf(manager), step.loaded) << step.name;
+    EXPECT_TRUE(manager.Run()) << step.name;
+    EXPECT_EQ(ServerOf(manager), step.loaded) << step.name;
+  }
+  fs::remove(New());
+  EXPECT_TRUE(manager.Run());
+}
+
+TEST_F(ConfigurationMgrTest, MemoryFileBringsThePathThatTheNextPackageIsLookedForAt) {
+  Write(Original(), {Memory("first", Path("elsewhere.zip"))}, 1000);
+  Write(Path("elsewhere.zip"), {Memory("second", "")}, 2000);
+  ConfigurationMgr manager(Module());
+  ASSERT_TRUE(manager.Run());
+  EXPECT_EQ(ServerOf(manager), "first");
+  Write(New(), {Pack("at the usual place")}, 3000);
+  ASSERT_TRUE(manager.Run());
+  EXPECT_EQ(ServerOf(manager), "second");
+  // An empty path means that no newer package is ever found.
+  Write(Path("elsewhere.zip"), {Pack("third")}, 4000);
+  ASSERT_TRUE(manager.Run());
+  EXPECT_EQ(ServerOf(manager), "second");
+}
+
+TEST_F(ConfigurationMgrTest, LoadedRecordsAreReadyForUse) {
+  Write(Path("memory.zip"), {Memory("m", "")});
+  Write(Path("pack.zip"),
+        {Packed({{"TrustedDomains.xml",
+                  "<Trusted.Domain>\n<Domain>b.example</Domain>\n<UT>Tag</UT>\n<Note>0123456789012345\n"
+                  "</Trusted.Domain>\n"},
+                 {"Indicators.xml", "<Indicator>\n<Expression>\n<Value>a,b</Value>\n</Expression>\n</Indicator>\n"}})});
+  for (const char* package : {"memory.zip", "pack.zip"}) {
+    ConfigurationMgr manager(Module());
+    ASSERT_TRUE(manager.LoadPackage(Widen(Path(package)))) << manager.LastFailure();
+    const auto pair = manager.Active();
+    EXPECT_FALSE(pair->configuration.UrlTagIndex.Entries().empty()) << package;
+    EXPECT_TRUE(pair->configuration.TrustedDomains.Index.IsBuilt()) << package;
+    EXPECT_EQ(pair->indicators.Entries[0].Rule.Expressions[0].ExpressionValue.GetItems().size(), 2U) << package;
+    EXPECT_TRUE(pair->configuration.IsClient) << package;
+    EXPECT_TRUE(manager.Run()) << package;
+  }
+}
+
+TEST_F(ConfigurationMgrTest, PackGoesBeforeAMemoryFileInTheSamePackage) {
+  Write(Path("both.zip"), {Memory("memory", ""), Pack("pack")});
+  ConfigurationMgr manager(Module());
+  ASSERT_TRUE(manager.LoadPackage(Widen(Path("both.zip"))));
+  EXPECT_EQ(ServerOf(manager), "pack");
+}
+
+TEST_F(ConfigurationMgrTest, SlotsTakeTurnsAndKeepWhatIsNotCleared) {
+  const auto load = [&](ConfigurationMgr& manager, const PackedFile& packed) {
+    Write(Path("p.zip"), {packed});
+    EXPECT_TRUE(manager.LoadPackage(Widen(Path("p.zip")))) << manager.LastFailure();
+    return manager.Active();
+  };
+  ConfigurationMgr manager(Module());
+  const auto first = load(manager, Pack("one", "<TRLMBrands>a</TRLMBrands>\n<Group>g</Group>\n"));
+  const auto second = load(manager, Pack("two", "<TRLMBrands>b</TRLMBrands>\n"));
+  EXPECT_EQ(second->configuration.Resources.TRLMBrands, std::vector<std::u16string>{u"b"});
+  EXPECT_EQ(second->configuration.Resources.Group, u"");
+  // A load that fails changes neither slot, whatever it has read before.
+  std::string cutOff = Memory("bad", "").FileData;
+  cutOff = OpenPacked(cutOff).value();
+  cutOff.resize(cutOff.size() - 1);
+  Write(Path("p.zip"), {{"packed3.dat", SealMemoryFile(cutOff).value()}});
+  EXPECT_FALSE(manager.LoadPackage(Widen(Path("p.zip"))));
+  EXPECT_EQ(manager.Active(), second);
+  const auto third = load(manager, Pack("three", "<TRLMBrands>c</TRLMBrands>\n"));
+  EXPECT_EQ(third->configuration.Resources.TRLMBrands, std::vector<std::u16string>({u"a", u"c"}));
+  EXPECT_EQ(third->configuration.Resources.Group, u"g");
+  EXPECT_EQ(third->configuration.Resources.Server, u"three");
+  // Who holds a pair keeps it, however many loads follow.
+  EXPECT_EQ(first->configuration.Resources.Server, u"one");
+  EXPECT_EQ(second->configuration.Resources.Server, u"two");
+}
+
+TEST_F(ConfigurationMgrTest, HostilePackagesAreRefusedWithAReasonAndWithoutATrace) {
+  Write(Path("good.zip"), {Pack("good")});
+  std::string truncated = Content(Path("good.zip"));
+  truncated.resize(truncated.size() - 5);
+  const std::string garbage(1000, 'g');
+  const auto sealed = [](const std::string& content) { return SealMemoryFile(content).value(); };
+  const struct {
+    const char* name;
+    std::vector<PackedFile> files;  ///< of a cabinet; none: the bytes themselves
+    std::string bytes;
+    const char* failure;
+  } cases[] = {
+      {"empty file", {}, "", "it is no cabinet"},
+      {"ZIP archive", {}, "PK\3\4" + std::string(100, '\0'), "it is no cabinet"},
+      {"truncated", {}, truncated, "the cabinet ends early"},
+      {"hostile name", {}, StoredCabinet({{{"../packed2.dat", "x"}}}), "a member's name leads out of the folder"},
+      {"other files", {{"readme.txt", "hello"}}, "", "CAB Extract succeeded, but could not find packed output file"},
+      {"other key", {{"packed2.dat", garbage}}, "", "The packed file can't be inflated"},
+      {"pack cut off",
+       {{"packed2.dat", sealed(PackOf({{"SafeList", "x"}}).substr(0, 10))}},
+       "",
+       "The pack ends before its last file does"},
+      {"no memory file", {{"packed3.dat", sealed("hello hello hello")}}, "", "Not a binary ZEPH configuration file"},
+      {"memory file cut off",
+       {{"packed3.dat", sealed("\xCD\xAB\1\1")}},
+       "",
+       "Trying to read data past the end of the file"},
+      {"empty packed file", {{"packed3.dat", ""}}, "", "Trying to read data past the end of the file"},
+  };
+  ConfigurationMgr manager(Module());
+  ASSERT_TRUE(manager.LoadPackage(Widen(Path("good.zip"))));
+  EXPECT_EQ(manager.LastFailure(), "");
+  const auto before = manager.Active();
+  for (const auto& row : cases) {
+    if (row.files.empty()) {
+      Fill(Path("bad.zip"), row.bytes);
+    } else {
+      Write(Path("bad.zip"), row.files);
+    }
+    EXPECT_FALSE(manager.LoadPackage(Widen(Path("bad.zip")))) << row.name;
+    EXPECT_EQ(manager.LastFailure(), row.failure) << row.name;
+    EXPECT_EQ(manager.Active(), before) << row.name;
+    EXPECT_TRUE(fs::is_empty(TempFolder())) << row.name;
+    fs::remove(Path("bad.zip"));
+  }
+  EXPECT_FALSE(manager.LoadPackage(Widen(Path("bad.zip"))));
+  EXPECT_EQ(manager.LastFailure(), "CAB file not found");
+  EXPECT_FALSE(manager.LoadPackage(Widen(Path("machine"))));
+
+  fs::permissions(TempFolder(), fs::perms::others_read, fs::perm_options::add);
+  EXPECT_FALSE(manager.LoadPackage(Widen(Path("good.zip"))));
+  EXPECT_EQ(manager.LastFailure(), "There is no folder for temporary files that is this user's own");
+}
+
+TEST_F(ConfigurationMgrTest, LoadThreadLoadsOnceAndRunWaitsForIt) {
+  Write(Path("module/other.zip"), {Pack("other")});
+  ConfigurationMgr manager(Module());
+  manager.SetConfigFileBaseName("other");
+  EXPECT_TRUE(manager.Run());
+  EXPECT_EQ(ServerOf(manager), "other");
+  // A second name starts no second thread.
+  Write(Path("module/third.zip"), {Pack("third")});
+  manager.SetConfigFileBaseName("third");
+  EXPECT_TRUE(manager.Run());
+  EXPECT_EQ(ServerOf(manager), "other");
+  EXPECT_EQ(manager.Active()->configuration.ConfigBaseName, u"third");
+  EXPECT_EQ(Narrow(manager.Active()->configuration.OriginalConfigFile), Path("module/third.zip"));
+}
+
+TEST_F(ConfigurationMgrTest, StopEndsTheLoadThreadThoughTheTemporaryFilesAreInUse) {
+  Write(Original(), {Pack("own")});
+  NamedMutex held(NamedMutexName(u"engine", u"File"));
+  ASSERT_TRUE(held.TryLockFor(0ms));
+  ConfigurationMgr manager(Module());
+  manager.SetConfigFileBaseName("engine");
+  manager.Stop();
+  EXPECT_EQ(ServerOf(manager), "");
+  held.Unlock();
+  manager.StartLoadConfigThread();
+  EXPECT_FALSE(manager.Run()) << "nothing is loaded any more";
+  ConfigurationMgr neverStarted(Module());
+  neverStarted.Stop();
+}
+
+TEST_F(ConfigurationMgrTest, PublishedPairStaysInForce) {
+  Write(New(), {Pack("package")});
+  ConfigurationMgr manager(Module());
+  auto pair = std::make_shared<ConfigurationPair>(*manager.Active());
+  pair->configuration.Resources.Server = u"published";
+  manager.Publish(pair);
+  EXPECT_EQ(manager.Active(), pair);
+  EXPECT_TRUE(manager.Run());
+  EXPECT_EQ(manager.Active(), pair);
+}
+
+TEST_F(ConfigurationMgrTest, SignatureTestRefusesWhatIsNotSignedByAnAcceptedSigner) {
+  const TestAuthority authority(Path("ca"));
+  const TestSigner signer(authority, Path("signer"), "/CN=Corvanta", kCodeSigning);
+  const TestSigner stranger(authority, Path("stranger"), "/CN=Somebody", kCodeSigning);
+  Write(Path("plain.zip"), {Pack("signed")});
+  signer.Sign(Path("plain.zip"), Path("signed.zip"));
+  stranger.Sign(Path("plain.zip"), Path("stranger.zip"));
+  setenv("SSL_CERT_FILE", authority.Certificate().c_str(), 1);
+  ConfigurationMgr manager(Module());
+  EXPECT_TRUE(manager.LoadPackage(Widen(Path("plain.zip"))));
+  manager.SetVerifyPackageSignature(true);
+  EXPECT_FALSE(manager.LoadPackage(Widen(Path("plain.zip"))));
+  EXPECT_EQ(manager.LastFailure(), "the package isn't signed");
+  EXPECT_FALSE(manager.LoadPackage(Widen(Path("stranger.zip"))));
+  EXPECT_EQ(manager.LastFailure(), "\"Somebody\" isn't an accepted signer");
+  EXPECT_FALSE(manager.LoadPackage(Widen(Path("missing.zip"))));
+  EXPECT_TRUE(manager.LoadPackage(Widen(Path("signed.zip")))) << manager.LastFailure();
+  unsetenv("SSL_CERT_FILE");
+}
+
+TEST_F(ConfigurationMgrTest, LogsTheRoadOfAPackageStepByStep) {
+  Write(New(), {Pack("x")});
+  Write(Original(), {Memory("y", "")});
+  Fill(Path("bad.zip"), "no cabinet");
+  SettingsHive hive(HiveOwner::kMachine);
+  ASSERT_TRUE(hive.CreateKey(kLogSettingsKey));
+  for (const char* name : {"PrependDateTime", "PrependType"}) ASSERT_TRUE(hive.Write(kLogSettingsKey, name, 0U));
+  ASSERT_TRUE(hive.Write(kLogSettingsKey, "OutputToFile", 1U));
+  {
+    ConfigurationMgr manager(Module());
+    EXPECT_TRUE(manager.Run());
+    EXPECT_TRUE(manager.LoadPackage(Widen(Original())));
+    EXPECT_FALSE(manager.LoadPackage(Widen(Path("bad.zip"))));
+  }
+  hive.DeleteKey(kLogSettingsKey);
+  const std::string run = "ConfigurationMgr::Run : ";
+  const std::string parse = "ConfigurationMgr::Parse : ";
+  EXPECT_EQ(Content(Path("machine/Corvanta/zeph0.log")),
+            run + "Enter\nConfigurationMgr::Run - original config file : " + Original() +
+                "\nConfigurationMgr::Run - new config file : " + New() + "\nCabExtract : " + New() + "\n" + parse +
+                "Old style load\n" + parse + "Decrypt\n" + parse + "DecompressLZW\n" + parse +
+                "CreateVectorofFileData\n" + parse + "Resources.xml\n" + parse + "Done\n" + run +
+                "Successfully loaded new configuration file\n" + run + "Leave\nCabExtract : " + Original() + "\n" +
+                parse +
+                "Load in Memory\nMemoryFile::LoadFile : Success Loading configuration data - now to parse it\n" +
+                "CabExtract : " + Path("bad.zip") + "\nCabExtract : FDIIsCabinet returned FALSE\n" +
+                "CabExtract : it is no cabinet\n" + parse + "CAB Extract failed\n" + parse + "it is no cabinet\n");
+}
+
+TEST_F(ConfigurationMgrTest, ReadersKeepWholePairsWhilePackagesAreSwapped) {
+  constexpr int kReaders = 8;
+  constexpr int kLoads = 40;
+  for (const char* name : {"a", "b"})
+    Write(Path(std::string(name) + ".zip"), {Memory(name, std::string("/new/") + name)});
+  ConfigurationMgr manager(Module());
+  ASSERT_TRUE(manager.LoadPackage(Widen(Path("a.zip"))));
+  std::atomic<bool> done{false};
+  std::atomic<int> torn{0};
+  std::vector<std::thread> readers;
+  for (int i = 0; i < kReaders; ++i) {
+    readers.emplace_back([&] {
+      std::shared_ptr<const ConfigurationPair> kept = manager.Active();
+      while (!done) {
+        if (!manager.Run()) ++torn;
+        const auto pair = manager.Active();
+        const Configuration& c = pair->configuration;
+        if (c.NewConfigFile != u"/new/" + c.Resources.Server || pair->indicators.Entries.size() != 2) ++torn;
+        if (kept->configuration.NewConfigFile != u"/new/" + kept->configuration.Resources.Server) ++torn;
+        if (c.Resources.TRLMBrands.size() % 16 == 0) kept = pair;
+      }
+    });
+  }
+  for (int i = 0; i < kLoads; ++i) {
+    EXPECT_TRUE(manager.LoadPackage(Widen(Path(i % 2 == 0 ? "b.zip" : "a.zip")))) << manager.LastFailure();
+  }
+  done = true;
+  for (std::thread& reader : readers) reader.join();
+  EXPECT_EQ(torn, 0);
+}
+
+}  // namespace
+}  // namespace zeph
