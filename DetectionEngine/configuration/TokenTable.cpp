@@ -8,32 +8,32 @@ namespace zeph {
 
 void TokenTable::clear() noexcept {
   slots_.clear();
-  entries_.clear();
   text_.clear();
+  count_ = 0;
 }
 
-void TokenTable::reserve(std::size_t count) {
-  entries_.reserve(count);
-  Grow(2 * count);
-}
+void TokenTable::reserve(std::size_t count) { Grow(2 * count); }
 
 void TokenTable::insert_or_assign(std::u16string_view key, double probability) {
-  if (slots_.size() < 2 * (entries_.size() + 1)) Grow(4 * (entries_.size() + 1));
+  if (slots_.size() < 2 * (count_ + 1)) Grow(4 * (count_ + 1));
   const std::uint32_t hash = Hash(key);
   Slot& slot = slots_[SlotOf(key, hash)];
-  if (slot.entry != kFree) {
-    entries_[slot.entry].probability = probability;
-    return;
-  }
-  slot = {hash, static_cast<std::uint32_t>(entries_.size())};
-  entries_.push_back({probability, static_cast<std::uint32_t>(text_.size()), static_cast<std::uint32_t>(key.size())});
-  text_.append(key);
+  slot.probability = probability;
+  if (!slot.IsFree()) return;
+  slot.hash = hash;
+  slot.key = static_cast<std::uint32_t>(text_.size());
+  text_ += static_cast<char16_t>(key.size());
+  text_ += static_cast<char16_t>(key.size() >> 16);
+  text_ += key;
+  ++count_;
 }
 
 std::vector<std::pair<std::u16string_view, double>> TokenTable::Sorted() const {
   std::vector<std::pair<std::u16string_view, double>> sorted;
-  sorted.reserve(entries_.size());
-  for (const Entry& entry : entries_) sorted.emplace_back(KeyOf(entry), entry.probability);
+  sorted.reserve(count_);
+  for (const Slot& slot : slots_) {
+    if (!slot.IsFree()) sorted.emplace_back(KeyOf(slot), slot.probability);
+  }
   std::sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
   return sorted;
 }
@@ -43,9 +43,9 @@ void TokenTable::Grow(std::size_t slots) {
   if (slots <= slots_.size()) return;
   std::vector<Slot> grown(slots);
   for (const Slot& slot : slots_) {
-    if (slot.entry == kFree) continue;
+    if (slot.IsFree()) continue;
     std::size_t at = slot.hash & (slots - 1);
-    while (grown[at].entry != kFree) at = (at + 1) & (slots - 1);
+    while (!grown[at].IsFree()) at = (at + 1) & (slots - 1);
     grown[at] = slot;
   }
   slots_ = std::move(grown);

@@ -22,12 +22,12 @@ class TokenTable {
   void insert_or_assign(std::u16string_view key, double probability);
   /// The token's probability, or null; it stays where it is while the table is unchanged. O(1).
   [[nodiscard]] const double* Find(std::u16string_view key) const noexcept {
-    if (entries_.empty()) return nullptr;
-    const std::uint32_t entry = slots_[SlotOf(key, Hash(key))].entry;
-    return entry == kFree ? nullptr : &entries_[entry].probability;
+    if (slots_.empty()) return nullptr;
+    const Slot& slot = slots_[SlotOf(key, Hash(key))];
+    return slot.IsFree() ? nullptr : &slot.probability;
   }
-  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
-  [[nodiscard]] bool empty() const noexcept { return entries_.empty(); }
+  [[nodiscard]] std::size_t size() const noexcept { return count_; }
+  [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
   /// All entries in ascending key order; the views live as long as the table stays unchanged.
   [[nodiscard]] std::vector<std::pair<std::u16string_view, double>> Sorted() const;
 
@@ -35,39 +35,39 @@ class TokenTable {
 
  private:
   static constexpr std::uint32_t kFree = 0xFFFFFFFF;
+  /// Units in front of a key that hold its length. It stands there and not in the slot, so that a slot is small: a
+  /// lookup touches one cache line, and when it finds its key one more.
+  static constexpr std::size_t kLengthUnits = 2;
 
-  /// Small, so that a lookup that finds nothing touches little more than one cache line.
   struct Slot {
+    double probability = 0.0;
     std::uint32_t hash = 0;
-    std::uint32_t entry = kFree;  ///< index into entries_
-  };
-  struct Entry {
-    double probability;
-    std::uint32_t offset;  ///< into text_
-    std::uint32_t length;
+    std::uint32_t key = kFree;  ///< into text_
+
+    [[nodiscard]] bool IsFree() const noexcept { return key == kFree; }
   };
 
   [[nodiscard]] std::uint32_t Hash(std::u16string_view key) const noexcept {
     return static_cast<std::uint32_t>(TextHash::Of(key, secret_));
   }
-  [[nodiscard]] std::u16string_view KeyOf(const Entry& entry) const noexcept {
-    return {text_.data() + entry.offset, entry.length};
+  [[nodiscard]] std::u16string_view KeyOf(const Slot& slot) const noexcept {
+    const char16_t* const at = text_.data() + slot.key;
+    return {at + kLengthUnits, at[0] | std::size_t{at[1]} << 16};
   }
   /// The slot that holds the key, or the free one that would.
   [[nodiscard]] std::size_t SlotOf(std::u16string_view key, std::uint32_t hash) const noexcept {
     const std::size_t mask = slots_.size() - 1;
     std::size_t at = hash & mask;
-    while (slots_[at].entry != kFree &&
-           (slots_[at].hash != hash || !TextHash::Same(KeyOf(entries_[slots_[at].entry]), key))) {
+    while (!slots_[at].IsFree() && (slots_[at].hash != hash || !TextHash::Same(KeyOf(slots_[at]), key))) {
       at = (at + 1) & mask;
     }
     return at;
   }
   void Grow(std::size_t slots);
 
-  std::vector<Slot> slots_;     ///< a power of two, at most half full; none before the first key
-  std::vector<Entry> entries_;  ///< in order of insertion
-  std::u16string text_;         ///< all keys, one behind another
+  std::vector<Slot> slots_;  ///< a power of two, at most half full; none before the first key
+  std::u16string text_;      ///< all keys, one behind another, each behind its length
+  std::size_t count_ = 0;
   TextHash::Secret secret_ = TextHash::Seed();
 };
 
