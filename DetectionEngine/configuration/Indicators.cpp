@@ -34,9 +34,10 @@ void Indicators::Prepare() {
 
 std::span<const std::uint32_t> Indicators::OfCategory(std::uint32_t category) const noexcept {
   assert(byCategory.size() == Entries.size());
-  const auto rules =
-      std::ranges::equal_range(byCategory, category, {}, [&](std::uint32_t at) { return Entries[at].Rule.Category; });
-  return {rules.begin(), rules.end()};
+  const auto categoryOf = [&](std::uint32_t at) { return Entries[at].Rule.Category; };
+  // Not equal_range, whose result clang 14 can't compile.
+  return {std::ranges::lower_bound(byCategory, category, {}, categoryOf),
+          std::ranges::upper_bound(byCategory, category, {}, categoryOf)};
 }
 
 }  // namespace zeph
