@@ -18,19 +18,19 @@ class Writer {
   explicit Writer(const Recording& recording) : recording_(recording) {}
 
   bool Write(std::string& json) {
-    out_ = "{\"recording\": 1,\n\"document\": {";
+    out_ = "{\"recording\": 1, \"document\": {";
     WriteAnswers(Answerer::kDocument, recording_.document);
-    out_ += "},\n\"elements\": [";
-    const char* separator = "\n";
+    out_ += "}, \"elements\": [";
+    const char* separator = "";
     for (const RecordedElement& element : recording_.elements) {
       out_ += separator;
-      separator = ",\n";
+      separator = ", ";
       WriteElement(element);
       if (out_.size() > kRecordingLimit) break;
     }
     out_ += "]";
     if (!recording_.cache.empty()) WriteCache();
-    out_ += "}\n";
+    out_ += "}";
     const bool fits = out_.size() <= kRecordingLimit;
     json = fits ? std::move(out_) : std::string();
     return fits;
@@ -59,7 +59,7 @@ class Writer {
       const OperationRow& row = kOperations[static_cast<std::size_t>(answers[i].operation)];
       if (row.answerer != answerer || SaysNothing(answers[i], row.shape)) continue;
       out_.append(separator).append("\"").append(row.name).append("\": ");
-      separator = answerer == Answerer::kDocument ? ",\n  " : ", ";
+      separator = ", ";
       if (row.shape != AnswerShape::kLists && row.shape != AnswerShape::kAttributes) {
         WriteAnswer(answers[i], row.shape);
         continue;
@@ -137,11 +137,11 @@ class Writer {
   void WriteStatus(Status status) { out_ += "{\"status\": " + std::to_string(status) + "}"; }
 
   void WriteCache() {
-    out_ += ",\n\"cache\": {";
-    const char* separator = "\n";
+    out_ += ", \"cache\": {";
+    const char* separator = "";
     for (const auto& [url, bytes] : recording_.cache) {
       out_ += separator;
-      separator = ",\n";
+      separator = ", ";
       WriteText(Widen(url));
       out_ += ": ";
       WriteText(Widen(bytes));

@@ -12,8 +12,8 @@ namespace zeph {
 /// give a large recording.
 inline constexpr std::size_t kRecordingLimit = std::size_t{1} << 30;
 
-/// Writes a recording as JSON in UTF-8, an element a line. What it leaves out reads as what stands in the recording.
-/// False, with an empty text, for one that would pass kRecordingLimit bytes.
+/// Writes a recording as one line of JSON in UTF-8, without a line feed. What it leaves out reads as what stands in the
+/// recording. False, with an empty text, for one that would pass kRecordingLimit bytes.
 [[nodiscard]] bool WriteRecording(const Recording& recording, std::string& json);
 
 /// Takes out what may be a user's: the values of fields, and the queries of URLs. Texts of scripts stay, and what a

@@ -164,23 +164,23 @@ TEST(Recording, AnswersAsItIsWritten) {
 
 TEST(Recording, WritesWhatItReads) {
   const std::string written =
-      "{\"recording\": 1,\n"
-      "\"document\": {\"get_URL\": \"http://a.test/\",\n"
-      "  \"get_title\": {\"status\": -4},\n"
-      "  \"get_body\": 1,\n"
-      "  \"get_all\": [0, 1, null, {\"status\": 2}],\n"
-      "  \"get_images\": [],\n"
-      "  \"tags\": {\"html\": [0]}},\n"
-      "\"elements\": [\n"
+      "{\"recording\": 1, "
+      "\"document\": {\"get_URL\": \"http://a.test/\", "
+      "\"get_title\": {\"status\": -4}, "
+      "\"get_body\": 1, "
+      "\"get_all\": [0, 1, null, {\"status\": 2}], "
+      "\"get_images\": [], "
+      "\"tags\": {\"html\": [0]}}, "
+      "\"elements\": ["
       "{\"IHTMLElement\": {\"getAttribute\": {\"size\": 3, \"type\": "
       "\"a\\\"\\\\\\n\\u0001\\ud800\xC3\xA9\xF0\x9F\x98\x80\"},"
-      " \"get_tagName\": \"\"}, \"IHTMLImgElement\": {\"get_width\": -7}},\n"
-      "{\"IHTMLFormElement\": {\"tags\": {\"input\": null, \"select\": {\"status\": -1}}}, \"IHTMLMetaElement\": {}},\n"
+      " \"get_tagName\": \"\"}, \"IHTMLImgElement\": {\"get_width\": -7}}, "
+      "{\"IHTMLFormElement\": {\"tags\": {\"input\": null, \"select\": {\"status\": -1}}}, \"IHTMLMetaElement\": {}}, "
       "{\"IHTMLFormElement\": {\"tags\": {\"status\": -8}}, \"IHTMLDOMNode\": {\"get_childNodes\": [],"
-      " \"get_attributes\": {}}},\n"
-      "{}],\n"
-      "\"cache\": {\n"
-      "\"http://a.test/x\": \"y\"}}\n";
+      " \"get_attributes\": {}}}, "
+      "{}], "
+      "\"cache\": {"
+      "\"http://a.test/x\": \"y\"}}";
   EXPECT_EQ(Write(Read(written)->Data()), written);
 }
 
@@ -227,23 +227,23 @@ TEST(DocumentRecorder, WritesDownWhatWasAsked) {
   EXPECT_EQ(recorder.UrlCache()->Retrieve("u"), "v");
   EXPECT_EQ(recorder.UrlCache()->Retrieve("x"), std::nullopt);
   EXPECT_EQ(Write(recorder.TakeRecording()),
-            "{\"recording\": 1,\n"
-            "\"document\": {\"get_URL\": \"http://a.test/\",\n"
-            "  \"get_referrer\": \"r\",\n"
-            "  \"get_title\": {\"status\": -4},\n"
-            "  \"get_body\": 1,\n"
-            "  \"get_all\": [0, 1, null, 2, 0],\n"
-            "  \"get_images\": {\"status\": -3},\n"
-            "  \"tags\": {\"html\": [1]}},\n"
-            "\"elements\": [\n"
+            "{\"recording\": 1, "
+            "\"document\": {\"get_URL\": \"http://a.test/\", "
+            "\"get_referrer\": \"r\", "
+            "\"get_title\": {\"status\": -4}, "
+            "\"get_body\": 1, "
+            "\"get_all\": [0, 1, null, 2, 0], "
+            "\"get_images\": {\"status\": -3}, "
+            "\"tags\": {\"html\": [1]}}, "
+            "\"elements\": ["
             "{\"IHTMLElement\": {\"getAttribute\": {\"size\": 3, \"type\": \"a\"}, \"get_tagName\": \"\"}, "
-            "\"IHTMLImgElement\": {\"get_width\": -7}},\n"
+            "\"IHTMLImgElement\": {\"get_width\": -7}}, "
             "{\"IHTMLFormElement\": {\"tags\": {\"input\": [3, null], \"select\": {\"status\": -1}}}, "
-            "\"IHTMLMetaElement\": {}},\n"
-            "{\"IHTMLDOMNode\": {\"get_childNodes\": [], \"get_attributes\": {}}},\n"
-            "{}],\n"
-            "\"cache\": {\n"
-            "\"u\": \"v\"}}\n");
+            "\"IHTMLMetaElement\": {}}, "
+            "{\"IHTMLDOMNode\": {\"get_childNodes\": [], \"get_attributes\": {}}}, "
+            "{}], "
+            "\"cache\": {"
+            "\"u\": \"v\"}}");
 }
 
 TEST(Recording, ScrubTakesOutValuesAndQueries) {
