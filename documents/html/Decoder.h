@@ -8,8 +8,9 @@
 
 namespace zeph::html {
 
-/// Bytes behind this many aren't read: places in a text are 32-bit numbers.
-inline constexpr std::size_t kMaxMarkup = std::size_t{1} << 30;
+/// Bytes behind this many aren't read: places in a text are 32-bit numbers, also in a page's markup written anew, in
+/// which a character may take six.
+inline constexpr std::size_t kMaxMarkup = std::size_t{1} << 28;
 
 struct DecodedMarkup {
   /// "\n" as the only line end, kScanPadding zeros behind the end.

@@ -60,8 +60,6 @@ std::uint64_t ProcessSecret() {
   return secret;
 }
 
-constexpr std::uint64_t kLongName = std::uint64_t{1} << 63;
-
 }  // namespace
 
 std::uint16_t KindsOf(NameId id) noexcept { return id < name::kKnownCount ? kKnown[id].kinds : std::uint16_t{0}; }
@@ -89,24 +87,26 @@ NameId NameTable::FindKnown(const NameKey& name) noexcept {
   return name::kKnownCount;
 }
 
-std::uint64_t NameTable::SecretKey(const NameKey& name) const noexcept {
-  if (name.key != 0) return name.key;
+std::uint32_t NameTable::HashOf(const NameKey& name) const noexcept {
   std::uint64_t hash = secret_ ^ name.text.size();
-  std::size_t i = 0;
-  for (; i + 4 <= name.text.size(); i += 4) {
-    std::uint64_t four = 0;
-    std::memcpy(&four, name.text.data() + i, 8);
-    hash = Mix(hash ^ four, 0xA0761D6478BD642FU ^ secret_);
+  if (name.key != 0) {
+    hash = Mix(name.key ^ hash, 0x8EBC6AF09C88C6E3U);
+  } else {
+    std::size_t i = 0;
+    for (; i + 4 <= name.text.size(); i += 4) {
+      std::uint64_t four = 0;
+      std::memcpy(&four, name.text.data() + i, 8);
+      hash = Mix(hash ^ four, 0xA0761D6478BD642FU ^ secret_);
+    }
+    for (; i < name.text.size(); ++i) hash = Mix(hash ^ name.text[i], 0xE7037ED1A0B428DBU ^ secret_);
   }
-  for (; i < name.text.size(); ++i) hash = Mix(hash ^ name.text[i], 0xE7037ED1A0B428DBU ^ secret_);
-  return hash | kLongName;
+  return static_cast<std::uint32_t>(hash ^ hash >> 32);
 }
 
-std::size_t NameTable::SlotOf(const NameKey& name, std::uint64_t key, const char16_t* base) const noexcept {
+std::size_t NameTable::SlotOf(const NameKey& name, std::uint32_t hash, const char16_t* base) const noexcept {
   const std::size_t mask = slots_.size() - 1;
-  std::size_t slot = static_cast<std::size_t>(Mix(key ^ secret_, 0x8EBC6AF09C88C6E3U)) & mask;
-  while (slots_[slot].id != kNoId &&
-         (slots_[slot].key != key || ((key & kLongName) != 0 && Text(slots_[slot].id, base) != name.text))) {
+  std::size_t slot = hash & mask;
+  while (slots_[slot].id != kNoId && (slots_[slot].hash != hash || Text(slots_[slot].id, base) != name.text)) {
     slot = (slot + 1) & mask;
   }
   return slot;
@@ -122,7 +122,7 @@ void NameTable::Grow() {
   const std::size_t mask = size - 1;
   for (const Slot& entry : old) {
     if (entry.id == kNoId) continue;
-    std::size_t slot = static_cast<std::size_t>(Mix(entry.key ^ secret_, 0x8EBC6AF09C88C6E3U)) & mask;
+    std::size_t slot = entry.hash & mask;
     while (slots_[slot].id != kNoId) slot = (slot + 1) & mask;
     slots_[slot] = entry;
   }
@@ -132,7 +132,7 @@ std::int64_t NameTable::Find(std::u16string_view text, const char16_t* base) con
   if (text.empty()) return -1;
   const NameKey name = MakeNameKey(text);
   if (const NameId known = FindKnown(name); known != name::kKnownCount) return known;
-  const Slot& slot = slots_[SlotOf(name, SecretKey(name), base)];
+  const Slot& slot = slots_[SlotOf(name, HashOf(name), base)];
   return slot.id == kNoId ? -1 : static_cast<std::int64_t>(slot.id);
 }
 

@@ -83,7 +83,7 @@ class NameTable {
 
  private:
   struct Slot {
-    std::uint64_t key;
+    std::uint32_t hash;
     NameId id;  ///< kNoId: free
   };
   struct Place {
@@ -93,9 +93,9 @@ class NameTable {
   static constexpr NameId kNoId = 0xFFFFFFFFU;
 
   [[nodiscard]] static NameId FindKnown(const NameKey& name) noexcept;
-  /// The slot of the name, or the free slot where it belongs. The key of a long name becomes a hash of all of it.
-  [[nodiscard]] std::size_t SlotOf(const NameKey& name, std::uint64_t key, const char16_t* base) const noexcept;
-  [[nodiscard]] std::uint64_t SecretKey(const NameKey& name) const noexcept;
+  /// The slot of the name, or the free slot where it belongs.
+  [[nodiscard]] std::size_t SlotOf(const NameKey& name, std::uint32_t hash, const char16_t* base) const noexcept;
+  [[nodiscard]] std::uint32_t HashOf(const NameKey& name) const noexcept;
   void Grow();
 
   GrowArray<Slot> slots_;
@@ -106,17 +106,17 @@ class NameTable {
 template <class Store>
 NameId NameTable::Intern(const NameKey& name, const char16_t* base, Store&& store) {
   if (const NameId known = FindKnown(name); known != name::kKnownCount) return known;
-  const std::uint64_t key = SecretKey(name);
-  std::size_t slot = SlotOf(name, key, base);
+  const std::uint32_t hash = HashOf(name);
+  std::size_t slot = SlotOf(name, hash, base);
   if (slots_[slot].id != kNoId) return slots_[slot].id;
   if (Count() == kMaxNames) return static_cast<NameId>(Count() - 1);
-  if ((places_.size() + 1) * 2 > slots_.size()) {
+  if ((places_.size() + 1) * 4 > slots_.size() * 3) {
     Grow();
-    slot = SlotOf(name, key, base);
+    slot = SlotOf(name, hash, base);
   }
   const auto id = static_cast<NameId>(Count());
   places_.Push({store(name.text), static_cast<std::uint32_t>(name.text.size())});
-  slots_[slot] = {key, id};
+  slots_[slot] = {hash, id};
   return id;
 }
 

@@ -48,4 +48,20 @@ inline void MoveRun(const char16_t*& source, char16_t*& target) noexcept {
 #endif
 }
 
+/// The first of the stops between two places, or the end.
+template <char16_t... kStops>
+[[nodiscard]] inline const char16_t* FindAny(const char16_t* at, const char16_t* end) noexcept {
+#if defined(__SSE2__)
+  for (; end - at >= 8; at += 8) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+    __m128i hits = _mm_setzero_si128();
+    ((hits = _mm_or_si128(hits, _mm_cmpeq_epi16(block, _mm_set1_epi16(static_cast<short>(kStops))))), ...);
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(hits));
+    if (mask != 0) return at + __builtin_ctz(mask) / 2;
+  }
+#endif
+  while (at != end && ((*at != kStops) && ...)) ++at;
+  return at;
+}
+
 }  // namespace zeph::html

@@ -253,12 +253,9 @@ class TreeBuilder {
   [[nodiscard]] std::size_t FindFormat(NodeId node) const;
   [[nodiscard]] std::size_t FindFormatByName(NameId name) const;
   [[nodiscard]] std::uint64_t HashAttributes(NodeId node) const;
-  /// One more copy of a formatting element may be made.
-  bool SpendCopy() {
-    if (copies_ == 0) return false;
-    --copies_;
-    return true;
-  }
+  [[nodiscard]] std::size_t CopyCost(NodeId node) const;
+  /// A copy of this formatting element may be made.
+  bool SpendCopy(NodeId node);
 
   Tree& tree_;
   Tokenizer tokenizer_;
@@ -655,16 +652,31 @@ std::uint64_t TreeBuilder::HashAttributes(NodeId node) const {
   return sum == 0 ? 1 : sum;
 }
 
+std::size_t TreeBuilder::CopyCost(NodeId node) const {
+  std::size_t length = 0;
+  for (const Attribute& item : tree_.AttributesOf(node)) {
+    length += tree_.NameText(item.name).size() + item.length + kCharactersPerCopy;
+  }
+  return 1 + length / kCharactersPerCopy;
+}
+
+bool TreeBuilder::SpendCopy(NodeId node) {
+  const std::size_t cost = copies_ == 0 ? 1 : CopyCost(node);
+  if (copies_ < cost) return false;
+  copies_ -= cost;
+  return true;
+}
+
 void TreeBuilder::Reconstruct() {
   if (formats_.empty() || formats_.back().node == 0 || formats_.back().open) return;
   std::size_t i = formats_.size() - 1;
   while (i > 0 && formats_[i - 1].node != 0 && !formats_[i - 1].open) --i;
   for (; i < formats_.size(); ++i) {
-    if (!SpendCopy()) {
+    const NodeId old = formats_[i].node;
+    if (!SpendCopy(old)) {
       formats_.Truncate(i);
       return;
     }
-    const NodeId old = formats_[i].node;
     const NodeId node = Insert(formats_[i].name, Space::kHtml, tree_.nodes[old].begin);
     formats_[i].node = node;
     formats_[i].open = true;
@@ -707,7 +719,7 @@ void TreeBuilder::AdoptionAgency(NameId name) {
     }
     std::size_t furthest = at + 1;
     while (furthest < open_.size() && (open_[furthest].kinds & kSpecial) == 0) ++furthest;
-    if (furthest == open_.size() || copies_ < 4) {
+    if (furthest == open_.size() || !SpendCopy(formatNode)) {
       while (open_.size() > at) Pop();
       formats_.Erase(format);
       return;
@@ -719,7 +731,7 @@ void TreeBuilder::AdoptionAgency(NameId name) {
     for (std::size_t i = furthest; --i > at;) {
       ++counter;
       std::size_t entry = FindFormat(open_[i].node);
-      if (counter > 3 && entry != kNone) {
+      if (entry != kNone && (counter > 3 || !SpendCopy(open_[i].node))) {
         formats_.Erase(entry);
         if (entry < format) --format;
         if (entry < bookmark) --bookmark;
@@ -730,7 +742,6 @@ void TreeBuilder::AdoptionAgency(NameId name) {
         --furthest;
         continue;
       }
-      SpendCopy();
       const Node& original = tree_.nodes[open_[i].node];
       const NodeId copy = NewElement(original.name, Space::kHtml, original.begin);
       formats_[entry].node = copy;
@@ -743,7 +754,6 @@ void TreeBuilder::AdoptionAgency(NameId name) {
     tree_.Detach(last);
     PutAt(last, PlaceIn(open_[at - 1]));
 
-    SpendCopy();
     const NodeId copy = NewElement(name, Space::kHtml, tree_.nodes[formatNode].begin);
     Node& block = tree_.nodes[furthestNode];
     tree_.nodes[copy].firstChild = block.firstChild;

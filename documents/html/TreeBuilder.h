@@ -12,8 +12,9 @@ namespace zeph::html {
 inline constexpr std::size_t kMaxDepth = 512;
 /// Formatting elements that are remembered for later paragraphs; the oldest are forgotten.
 inline constexpr std::size_t kMaxFormatting = 512;
-/// Copies of formatting elements that misnested markup may make: this many, and one for each 16 characters of markup.
-/// Past them such elements are closed where they would have been copied.
+/// Copies of formatting elements that misnested markup may make: this many, and one for each 16 characters of markup; a
+/// copy counts once, and once more for each 16 characters of its attributes. Past them such elements are closed where
+/// they would have been copied.
 inline constexpr std::size_t kFreeCopies = 4096;
 inline constexpr std::size_t kCharactersPerCopy = 16;
 

@@ -118,9 +118,9 @@ std::string AttributeName(std::string name, Space space) {
 
 class Printer {
  public:
-  explicit Printer(const Tree& tree) : tree_(tree) {}
+  Printer(const Tree& tree, const std::function<void(std::string_view)>& write) : tree_(tree), write_(write) {}
 
-  std::string Print() {
+  void Print() {
     for (TreeWalk walk(tree_, kDocument); !walk.Done(); walk.Next()) {
       const NodeId id = walk.Id();
       if (id == kDocument) continue;
@@ -130,7 +130,7 @@ class Printer {
         depth_ -= tree_.IsHtml(id, name::kTemplate) ? 2 : 1;
       }
     }
-    return std::move(out_);
+    write_(out_);
   }
 
  private:
@@ -139,6 +139,9 @@ class Printer {
     out_.append(2 * depth_, ' ');
     out_ += text;
     out_ += '\n';
+    if (out_.size() < kPiece) return;
+    write_(out_);
+    out_.clear();
   }
 
   void Enter(NodeId id) {
@@ -194,13 +197,22 @@ class Printer {
     }
   }
 
+  static constexpr std::size_t kPiece = 65536;
+
   const Tree& tree_;
+  const std::function<void(std::string_view)>& write_;
   std::string out_;
   std::size_t depth_ = 0;
 };
 
 }  // namespace
 
-std::string PrintTree(const Tree& tree) { return Printer(tree).Print(); }
+void PrintTree(const Tree& tree, const std::function<void(std::string_view)>& write) { Printer(tree, write).Print(); }
+
+std::string PrintTree(const Tree& tree) {
+  std::string text;
+  PrintTree(tree, [&text](std::string_view piece) { text += piece; });
+  return text;
+}
 
 }  // namespace zeph::html

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "documents/html/Tree.h"
 
@@ -11,5 +13,7 @@ namespace zeph::html {
 /// two blanks deeper for each level, attributes in order of their names below their element, "content" above what is
 /// in a template.
 [[nodiscard]] std::string PrintTree(const Tree& tree);
+/// The same in pieces: a deep tree's printed form is far longer than the page.
+void PrintTree(const Tree& tree, const std::function<void(std::string_view)>& write);
 
 }  // namespace zeph::html

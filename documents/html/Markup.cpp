@@ -1,0 +1,352 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "documents/html/Markup.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "documents/html/Scan.h"
+
+namespace zeph::html {
+namespace {
+
+constexpr bool IsBlank(char16_t c) noexcept { return c == u' ' || (c >= 9 && c <= 13 && c != 11); }
+constexpr char16_t Lower(char16_t c) noexcept { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c; }
+constexpr char16_t Upper(char16_t c) noexcept { return c >= u'a' && c <= u'z' ? static_cast<char16_t>(c - 32) : c; }
+
+constexpr bool IsBare(char16_t c) noexcept {
+  return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'-' || c == u'_' ||
+         c == u'/' || c == u'#';
+}
+
+std::u16string_view Trimmed(std::u16string_view text) {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+bool EqualsNoCase(std::u16string_view text, std::u16string_view lower) noexcept {
+  return std::ranges::equal(text, lower, {}, Lower);
+}
+
+class Writer {
+ public:
+  explicit Writer(GrowArray<char16_t>& out) : out_(out) {}
+
+  [[nodiscard]] std::uint32_t Place() const noexcept { return static_cast<std::uint32_t>(out_.size()); }
+  void Put(char16_t c) { out_.Push(c); }
+  void Put(std::u16string_view text) {
+    if (!text.empty()) std::memcpy(out_.Extend(text.size()), text.data(), 2 * text.size());
+  }
+  void PutUpper(std::u16string_view text) { std::ranges::transform(text, out_.Extend(text.size()), Upper); }
+
+  template <char16_t... kSpecial>
+  void PutEscaped(std::u16string_view text) {
+    const char16_t* at = text.data();
+    const char16_t* const end = at + text.size();
+    for (;;) {
+      const char16_t* const special = FindAny<kSpecial...>(at, end);
+      Put(std::u16string_view(at, static_cast<std::size_t>(special - at)));
+      if (special == end) return;
+      Put(Reference(*special));
+      at = special + 1;
+    }
+  }
+
+ private:
+  static std::u16string_view Reference(char16_t c) noexcept {
+    switch (c) {
+      case u'&':
+        return u"&amp;";
+      case u'<':
+        return u"&lt;";
+      case u'>':
+        return u"&gt;";
+      case u'"':
+        return u"&quot;";
+      default:
+        return u"&nbsp;";
+    }
+  }
+
+  GrowArray<char16_t>& out_;
+};
+
+/// Gives, along a walk, the index of each element whose slices are wanted.
+class Indexer {
+ public:
+  explicit Indexer(const GrowArray<NodeId>& elements) : elements_(elements) {}
+  /// On entering a node: its index, or kNone.
+  std::size_t Enter(NodeId id) { return next_ < elements_.size() && elements_[next_] == id ? next_++ : kNone; }
+  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+ private:
+  const GrowArray<NodeId>& elements_;
+  std::size_t next_ = 0;
+};
+
+class MarkupWriter {
+ public:
+  MarkupWriter(const Tree& tree, const GrowArray<NodeId>& elements, ValueReader& values, Markup& result)
+      : tree_(tree), values_(values), result_(result), out_(result.text), indexer_(elements) {}
+
+  void Run() {
+    for (TreeWalk walk(tree_, kDocument); !walk.Done(); walk.Next()) {
+      const NodeId id = walk.Id();
+      const Node& node = tree_.nodes[id];
+      switch (node.kind) {
+        case NodeKind::kDocument:
+        case NodeKind::kDoctype:
+          break;
+        case NodeKind::kText:
+          if (walk.Entering()) Text(node);
+          break;
+        case NodeKind::kComment:
+          if (walk.Entering()) Comment(id, node);
+          break;
+        case NodeKind::kElement:
+          if (walk.Entering()) {
+            Enter(id, node);
+          } else {
+            Leave(node);
+          }
+          break;
+      }
+    }
+  }
+
+ private:
+  [[nodiscard]] std::uint16_t Kinds(const Node& node) const {
+    return node.space == Space::kHtml ? KindsOf(node.name) : std::uint16_t{0};
+  }
+
+  void Text(const Node& node) {
+    const Node& parent = tree_.nodes[node.parent];
+    // NOSCRIPT holds markup, and no raw text, where the page was parsed for a reader without scripts.
+    const bool raw = (Kinds(parent) & kRaw) != 0 && parent.kind == NodeKind::kElement;
+    if (raw) {
+      out_.Put(tree_.TextOf(node));
+    } else {
+      out_.PutEscaped<u'&', u'<', u'>', u'\u00A0'>(tree_.TextOf(node));
+    }
+  }
+
+  void Comment(NodeId id, const Node& node) {
+    const std::uint32_t begin = out_.Place();
+    out_.Put(u"<!--");
+    out_.Put(tree_.TextOf(node));
+    out_.Put(u"-->");
+    if (const std::size_t index = indexer_.Enter(id); index != Indexer::kNone) {
+      result_.spans.Push({begin, out_.Place(), out_.Place(), out_.Place()});
+    }
+  }
+
+  void Enter(NodeId id, const Node& node) {
+    const std::uint32_t begin = out_.Place();
+    out_.Put(u'<');
+    out_.PutUpper(tree_.NameText(node.name));
+    for (const Attribute& item : tree_.AttributesOf(id)) {
+      out_.Put(u' ');
+      out_.Put(tree_.NameText(item.name));
+      out_.Put(u'=');
+      const std::u16string_view value = values_.Read(id, item);
+      if (!value.empty() && std::ranges::all_of(value, IsBare)) {
+        out_.Put(value);
+      } else {
+        out_.Put(u'"');
+        out_.PutEscaped<u'&', u'"', u'\u00A0'>(value);
+        out_.Put(u'"');
+      }
+    }
+    out_.Put(u'>');
+    const std::size_t index = indexer_.Enter(id);
+    if (index != Indexer::kNone) result_.spans.Push({begin, out_.Place(), out_.Place(), out_.Place()});
+    if ((Kinds(node) & kVoid) == 0) open_.Push(static_cast<std::uint32_t>(index));
+  }
+
+  void Leave(const Node& node) {
+    if ((Kinds(node) & kVoid) != 0) return;
+    const std::uint32_t innerEnd = out_.Place();
+    out_.Put(u"</");
+    out_.PutUpper(tree_.NameText(node.name));
+    out_.Put(u'>');
+    const std::uint32_t index = open_.back();
+    open_.Pop();
+    if (index == static_cast<std::uint32_t>(Indexer::kNone)) return;
+    result_.spans[index].innerEnd = innerEnd;
+    result_.spans[index].outerEnd = out_.Place();
+  }
+
+  const Tree& tree_;
+  ValueReader& values_;
+  Markup& result_;
+  Writer out_;
+  Indexer indexer_;
+  GrowArray<std::uint32_t> open_;  ///< indexes of the elements that the walk is in
+};
+
+class TextWriter {
+ public:
+  TextWriter(const Tree& tree, const GrowArray<NodeId>& elements, VisibleText& result)
+      : tree_(tree), result_(result), out_(result.text), indexer_(elements) {}
+
+  void Run() {
+    bool skip = false;
+    for (TreeWalk walk(tree_, kDocument); !walk.Done(); walk.Next(skip)) {
+      const NodeId id = walk.Id();
+      const Node& node = tree_.nodes[id];
+      skip = false;
+      if (node.kind == NodeKind::kElement) {
+        if (walk.Entering()) {
+          // What is in a hidden element gives nothing, but is still passed: its elements have slices too.
+          if (unseenDepth_ != 0 || IsUnseen(tree_, id)) ++unseenDepth_;
+          skip = IsInert(tree_, id);
+          Enter(id, node);
+        } else {
+          Leave(node);
+          if (unseenDepth_ != 0) --unseenDepth_;
+        }
+      } else if (walk.Entering() && node.kind == NodeKind::kText && unseenDepth_ == 0) {
+        Text(tree_.TextOf(node));
+      } else if (walk.Entering() && node.kind == NodeKind::kComment) {
+        if (indexer_.Enter(id) != Indexer::kNone) result_.spans.Push({out_.Place(), out_.Place()});
+      }
+    }
+  }
+
+ private:
+  [[nodiscard]] static std::uint16_t Kinds(const Node& node) {
+    return node.space == Space::kHtml ? KindsOf(node.name) : std::uint16_t{0};
+  }
+  [[nodiscard]] static bool IsPreformatted(const Node& node) {
+    return node.space == Space::kHtml &&
+           (node.name == name::kPre || node.name == name::kTextarea || node.name == name::kListing ||
+            node.name == name::kXmp || node.name == name::kPlaintext);
+  }
+
+  void EndLine() {
+    out_.Put(u"\r\n");
+    lineHasText_ = false;
+    blankPending_ = false;
+  }
+
+  void Enter(NodeId id, const Node& node) {
+    if (unseenDepth_ == 0) Boundary(node);
+    const std::size_t index = indexer_.Enter(id);
+    if (index != Indexer::kNone) result_.spans.Push({out_.Place(), out_.Place()});
+    open_.Push(static_cast<std::uint32_t>(index));
+    if (unseenDepth_ == 0 && node.space == Space::kHtml && node.name == name::kBr) EndLine();
+    if (IsPreformatted(node)) ++preformatted_;
+  }
+
+  void Leave(const Node& node) {
+    if (IsPreformatted(node)) --preformatted_;
+    const std::uint32_t index = open_.back();
+    open_.Pop();
+    if (index != static_cast<std::uint32_t>(Indexer::kNone)) result_.spans[index].end = out_.Place();
+    if (unseenDepth_ == 0) Boundary(node);
+  }
+
+  void Boundary(const Node& node) {
+    const std::uint16_t kinds = Kinds(node);
+    if ((kinds & kBlock) != 0) {
+      if (lineHasText_) EndLine();
+      blankPending_ = false;
+    } else if ((kinds & kCell) != 0) {
+      blankPending_ = lineHasText_;
+    }
+  }
+
+  void Text(std::u16string_view text) {
+    if (preformatted_ != 0) {
+      if (text.empty()) return;
+      Flush();
+      out_.Put(text);
+      lineHasText_ = text.back() != u'\n' && text.back() != u'\r';
+      return;
+    }
+    const char16_t* at = text.data();
+    const char16_t* const end = at + text.size();
+    while (at != end) {
+      if (IsBlank(*at)) {
+        blankPending_ = lineHasText_;
+        ++at;
+        continue;
+      }
+      const char16_t* const blank = FindAny<u' ', u'\n', u'\t', u'\f', u'\r'>(at, end);
+      Flush();
+      out_.Put(std::u16string_view(at, static_cast<std::size_t>(blank - at)));
+      lineHasText_ = true;
+      at = blank;
+    }
+  }
+
+  void Flush() {
+    if (blankPending_) out_.Put(u' ');
+    blankPending_ = false;
+  }
+
+  const Tree& tree_;
+  VisibleText& result_;
+  Writer out_;
+  Indexer indexer_;
+  GrowArray<std::uint32_t> open_;
+  std::size_t unseenDepth_ = 0;
+  std::size_t preformatted_ = 0;
+  bool lineHasText_ = false;
+  bool blankPending_ = false;
+};
+
+}  // namespace
+
+bool IsInert(const Tree& tree, NodeId id) {
+  if (!tree.IsHtml(id, name::kTemplate)) return false;
+  const std::u16string_view mode = tree.AttributeText(id, name::kShadowrootmode);
+  return !EqualsNoCase(mode, u"open") && !EqualsNoCase(mode, u"closed");
+}
+
+bool IsUnseen(const Tree& tree, NodeId id) {
+  const Node& node = tree.nodes[id];
+  if (node.space == Space::kHtml && (KindsOf(node.name) & kUnseen) != 0) {
+    return node.name != name::kTemplate || IsInert(tree, id);
+  }
+  for (const Attribute& item : tree.AttributesOf(id)) {
+    if (item.name == name::kHidden) return true;
+    if (item.name == name::kStyle) {
+      const std::u16string_view display = StyleValue(tree.TextOf(item), u"display");
+      if (display.size() >= 4 && EqualsNoCase(display.substr(0, 4), u"none")) return true;
+    }
+  }
+  return false;
+}
+
+std::u16string_view StyleValue(std::u16string_view style, std::u16string_view property) {
+  std::u16string_view found;
+  while (!style.empty()) {
+    const std::size_t end = std::min(style.find(u';'), style.size());
+    const std::u16string_view declaration = style.substr(0, end);
+    style.remove_prefix(std::min(end + 1, style.size()));
+    const std::size_t colon = declaration.find(u':');
+    if (colon != std::u16string_view::npos && EqualsNoCase(Trimmed(declaration.substr(0, colon)), property)) {
+      found = Trimmed(declaration.substr(colon + 1));
+    }
+  }
+  return found;
+}
+
+Markup WriteMarkup(const Tree& tree, const GrowArray<NodeId>& elements, ValueReader& values) {
+  Markup result;
+  result.spans.Reserve(elements.size());
+  MarkupWriter(tree, elements, values, result).Run();
+  result.text.ShrinkToFit();
+  return result;
+}
+
+VisibleText WriteVisibleText(const Tree& tree, const GrowArray<NodeId>& elements) {
+  VisibleText result;
+  result.spans.Reserve(elements.size());
+  TextWriter(tree, elements, result).Run();
+  result.text.ShrinkToFit();
+  return result;
+}
+
+}  // namespace zeph::html
