@@ -35,7 +35,7 @@ constexpr std::array<Entry, kStringCount> kEntries = {{
     // What stands before a site's own name in its text, lower case; the last also in a page's last two lines.
     {0x0C, u"welcome to"},
     {0x0D, u"sign in to"},
-    {0x0E, u"log in to"},
+    {0x0E, u"about "},
     {0x0F, u"copyright"},
     {0x10, u"\u00a9"},
     // Captions of a mail page, English and everywhere; 0x20 is French too, 0x22 German and French.

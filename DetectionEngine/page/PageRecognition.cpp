@@ -20,7 +20,6 @@ namespace zeph {
 namespace {
 
 /// The slot of the remembered site.
-constexpr std::uint32_t kSiteSlot = 4;
 
 /// So many words of a list on buttons and links make a mail page.
 constexpr std::size_t kCaptionsNeeded = 4;
@@ -173,12 +172,12 @@ void RememberSite(std::u16string_view url) {
   UrlParser parser;
   parser.DecodeUrl(url);
   const UrlRecord& record = parser.Record();
-  SettingsStore().Write(kSiteSlot, Md5Hex(record.HostIsIp ? record.HostName : record.DomainTail));
+  SettingsStore().Write(kRememberedSiteSlot, Md5Hex(record.HostIsIp ? record.HostName : record.DomainTail));
 }
 
 bool IsRememberedSite(std::u16string_view url) {
   std::u16string remembered;
-  if (SettingsStore().Read(kSiteSlot, remembered) != 0 || remembered.empty()) return false;
+  if (SettingsStore().Read(kRememberedSiteSlot, remembered) != 0 || remembered.empty()) return false;
   UrlParser parser;
   parser.DecodeUrl(url);
   const UrlRecord& record = parser.Record();
