@@ -19,8 +19,6 @@ namespace zeph {
 
 namespace {
 
-/// The slot of the remembered site.
-
 /// So many words of a list on buttons and links make a mail page.
 constexpr std::size_t kCaptionsNeeded = 4;
 
