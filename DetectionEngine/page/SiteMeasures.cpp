@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -15,8 +14,11 @@ namespace zeph {
 
 namespace {
 
-/// Looks one text up; the match text, or nothing.
-using Lookup = std::function<std::optional<std::u16string>(std::u16string_view)>;
+/// What a text matched, lent by the configuration; nothing when it matched nothing.
+using Match = std::optional<std::u16string_view>;
+
+/// The value that names the block list.
+constexpr std::int32_t kBlockListNumber = 7;
 
 bool MatchesBlocked(const UrlRecord& url, const NetLocation& entry) {
   switch (entry.Type) {
@@ -31,71 +33,70 @@ bool MatchesBlocked(const UrlRecord& url, const NetLocation& entry) {
   }
 }
 
-Lookup LookupInItems(const ExpressionValue& value) {
-  return [&value](std::u16string_view host) -> std::optional<std::u16string> {
-    for (const std::u16string& item : value.GetItems()) {
-      if (HostMatchesDomain(host, item)) return item;
-    }
-    return std::nullopt;
-  };
-}
-
-Lookup LookupInList(const NetLocationList& list) {
-  return [&list](std::u16string_view host) -> std::optional<std::u16string> {
-    const NetLocationMatch match = FindInNetLocations(host, list);
-    return match ? std::optional(std::u16string(match.name)) : std::nullopt;
-  };
-}
-
-Lookup LookupInBlockList(const Configuration& configuration) {
-  return [&configuration](std::u16string_view text) -> std::optional<std::u16string> {
-    UrlParser parser;
-    parser.DecodeUrl(text);
-    for (const NetLocation& entry : configuration.BlockList.Entries) {
-      if (!MatchesBlocked(parser.Record(), entry)) continue;
-      const auto trusted = configuration.BlockedToTrusted.find(entry.Name);
-      return trusted == configuration.BlockedToTrusted.end() ? std::u16string() : trusted->second;
-    }
-    return std::nullopt;
-  };
-}
-
-/// Nothing when the value names no list.
-Lookup LookupOf(const ExpressionValue& value, const Configuration& configuration) {
-  if (value.ValueType == kValueText) return LookupInItems(value);
-  if (value.ValueType != kValueSiteList) return nullptr;
-  switch (value.prepared.number) {
+/// The list of hosts that a number names, or null.
+const NetLocationList* HostList(std::int32_t number, const Configuration& configuration) {
+  switch (number) {
     case 0:
     case 1:
-      return LookupInList(configuration.TrustedDomains);
+      return &configuration.TrustedDomains;
     case 2:
-      return LookupInList(configuration.PopularSites);
+      return &configuration.PopularSites;
     case 3:
-      return LookupInList(configuration.WebHostingSites);
+      return &configuration.WebHostingSites;
     case 5:
-      return LookupInList(configuration.SearchServices);
+      return &configuration.SearchServices;
     case 6:
-      return LookupInList(configuration.ExceptionDomains);
-    case 7:
-      return LookupInBlockList(configuration);
+      return &configuration.ExceptionDomains;
     default:
       return nullptr;
   }
 }
 
+Match FindInItems(std::u16string_view host, const ExpressionValue& value) {
+  for (const std::u16string& item : value.GetItems()) {
+    if (HostMatchesDomain(host, item)) return item;
+  }
+  return std::nullopt;
+}
+
+Match FindInList(std::u16string_view host, const NetLocationList& list) {
+  const NetLocationMatch match = FindInNetLocations(host, list);
+  return match ? Match(match.name) : std::nullopt;
+}
+
+Match FindInBlockList(const UrlRecord& url, const Configuration& configuration) {
+  for (const NetLocation& entry : configuration.BlockList.Entries) {
+    if (!MatchesBlocked(url, entry)) continue;
+    const auto trusted = configuration.BlockedToTrusted.find(entry.Name);
+    return trusted == configuration.BlockedToTrusted.end() ? std::u16string_view() : trusted->second;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 IndicatorResult SiteListMembership(std::span<const std::u16string_view> texts, const ExpressionValue& value,
-                                   const Configuration& configuration) {
+                                   const Configuration& configuration, const UrlRecord& pageUrl) {
+  const bool isItems = value.ValueType == kValueText;
+  const bool isSiteList = value.ValueType == kValueSiteList;
+  const bool isBlockList = isSiteList && value.prepared.number == kBlockListNumber;
+  const NetLocationList* const list = isSiteList ? HostList(value.prepared.number, configuration) : nullptr;
+  const auto find = [&](std::u16string_view text) -> Match {
+    if (isItems) return FindInItems(text, value);
+    if (list != nullptr) return FindInList(text, *list);
+    if (!isBlockList) return std::nullopt;
+    if (text == pageUrl.RawUrl) return FindInBlockList(pageUrl, configuration);  // most often, and decoded already
+    UrlParser parser;
+    parser.DecodeUrl(text);
+    return FindInBlockList(parser.Record(), configuration);
+  };
   IndicatorResult result;
-  const Lookup lookup = LookupOf(value, configuration);
-  if (!lookup) return result;
   for (const std::u16string_view text : texts) {
-    std::optional<std::u16string> match = lookup(text);
+    const Match match = find(text);
     if (!match) continue;
     result.on = true;
     result.fieldText = text;
-    result.matchText = std::move(*match);
+    result.matchText = *match;
     break;
   }
   return result;

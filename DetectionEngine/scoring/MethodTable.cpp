@@ -32,7 +32,7 @@ IndicatorResult SiteList(const MethodCall& call) {
   std::span<const std::u16string_view> texts;
   if (call.field.kind == FieldKind::kList) texts = call.field.list;
   if (call.field.kind == FieldKind::kText) texts = std::span(&call.field.text, 1);
-  return SiteListMembership(texts, call.value, call.configuration);
+  return SiteListMembership(texts, call.value, call.configuration, call.pageData.url);
 }
 
 /// What the rules up to now come to.

@@ -291,7 +291,7 @@ TEST(SiteMeasures, SiteListMembership) {
   };
   for (const Row& row : rows) {
     const std::u16string_view texts[] = {u"", row.text};
-    EXPECT_EQ(Show(SiteListMembership(texts, Value(row.value, row.type), configuration)), row.expected)
+    EXPECT_EQ(Show(SiteListMembership(texts, Value(row.value, row.type), configuration, {})), row.expected)
         << Narrow(row.text) << " in " << Narrow(row.value);
   }
 }
