@@ -2,6 +2,8 @@
 // What the rules cost. The rules of the URL stages must cost little beside the parsing of the URL, since every page
 // load runs them; a long list of words must cost about one pass over the text. Yardsticks of the same run: the clock
 // readings that the timing of rules can't do without, and a copy of the text.
+#include <algorithm>
+#include <cstdint>
 #include <random>
 #include <string>
 #include <utility>
@@ -140,14 +142,14 @@ void BM_ContainsWords(benchmark::State& state) {
   field.kind = FieldKind::kText;
   field.text = text;
   for (auto _ : state) benchmark::DoNotOptimize(Contains(field, value));
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size() * sizeof(char16_t)));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size() * sizeof(char16_t)));
 }
-BENCHMARK(BM_ContainsWords)->ArgsProduct({{1, 6, 7, 20, 200, 2'000}, {10'000}});
+BENCHMARK(BM_ContainsWords)->ArgsProduct({{1, 3, 4, 20, 200, 2'000}, {100, 10'000}});
 
 void BM_CopyText(benchmark::State& state) {
   const std::u16string text(static_cast<std::size_t>(state.range(0)), u'x');
   for (auto _ : state) benchmark::DoNotOptimize(std::u16string(text));
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size() * sizeof(char16_t)));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size() * sizeof(char16_t)));
 }
 BENCHMARK(BM_CopyText)->Arg(10'000);
 

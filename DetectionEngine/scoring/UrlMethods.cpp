@@ -7,6 +7,7 @@
 #include <string>
 
 #include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/page/FindAnyOf.h"
 #include "DetectionEngine/platform/CharacterClass.h"
 #include "DetectionEngine/url/HostMatching.h"
 #include "DetectionEngine/url/Text.h"
@@ -56,7 +57,8 @@ class Watch {
 bool HoldsScript(std::u16string_view url) noexcept {
   Watch scheme(u"javascript:");
   Watch tag(u"<script");
-  for (std::size_t i = 0; i < url.size(); ++i) {
+  // What stands before the first unit that can begin a word, or an escape of one, says nothing.
+  for (std::size_t i = FindAnyOf<u'j', u'J', u'<', u'%'>(url, 0); i < url.size(); ++i) {
     char16_t c = url[i];
     if (c == u'%') {
       const int high = i + 1 < url.size() ? HexDigit(url[i + 1]) : -1;

@@ -12,7 +12,7 @@ namespace zeph {
 namespace {
 
 /// So many words are searched sooner one after another than in one pass.
-constexpr std::size_t kFewWords = 6;
+constexpr std::size_t kFewWords = 3;
 
 /// Words are told apart by their first units: enough that few places of a text look like a word's beginning, and so
 /// few that most words have them.
