@@ -29,9 +29,17 @@ std::uint64_t PrefixOf(std::u16string_view word) noexcept {
 
 std::uint64_t HashOf(std::uint64_t prefix) noexcept { return prefix * 0x9E3779B97F4A7C15U; }
 
-bool OverlapsItselfBehindNonLetter(std::u16string_view word) noexcept {
-  for (std::size_t shift = 1; shift < word.size(); ++shift) {
-    if (!IsAlpha(word[shift - 1]) && word.starts_with(word.substr(shift))) return true;
+/// Linear, since words come from packages: borders[i] is the length of the longest text that the first i + 1 units
+/// both begin and, further on, end with.
+bool OverlapsItselfBehindNonLetter(std::u16string_view word) {
+  std::vector<std::size_t> borders(word.size());
+  for (std::size_t i = 1; i < word.size(); ++i) {
+    std::size_t border = borders[i - 1];
+    while (border > 0 && word[i] != word[border]) border = borders[border - 1];
+    borders[i] = word[i] == word[border] ? border + 1 : 0;
+  }
+  for (std::size_t border = word.empty() ? 0 : borders.back(); border > 0; border = borders[border - 1]) {
+    if (!IsAlpha(word[word.size() - border - 1])) return true;
   }
   return false;
 }

@@ -66,6 +66,14 @@ TEST(WordFinder, AnswersAsOneSearchAfterAnother) {
   }
 }
 
+// As many as a package of some 100 KB can bring: minutes, when each word is compared with itself at every shift.
+TEST(WordFinder, TakesLongWordsThatNearlyRepeat) {
+  std::u16string word(30'000, u'.');
+  word += u'x';
+  const WordFinder finder = FinderOf(std::vector<std::u16string>(60, word));
+  EXPECT_EQ(finder.FindFirstAlone(u" " + word), 0);
+}
+
 TEST(WordFinder, TellsAUnitOfZeroFromNoUnit) {
   const WordFinder finder = FinderOf({std::u16string(u"\0a", 2), u"\0b\0\0"});
   EXPECT_EQ(finder.FindFirst(u"a"), -1);
