@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include "DetectionEngine/configuration/Md5Hex.h"
+#include "DetectionEngine/configuration/ModuleTexts.h"
+#include "DetectionEngine/engine/SettingsStore.h"
 #include "DetectionEngine/scoring/ValueMethods.h"
+#include "tests/platform/TestFolders.h"
 #include "tests/scoring/ScoringFixture.h"
 
 namespace zeph::test {
@@ -27,6 +31,16 @@ TEST(NumberAbove, LooksAtNumbersOfTheKindsItKnows) {
   });
 }
 
+TEST(NumberBelow, WantsANumberOnBothSides) {
+  ExpectRows({
+      {25, NumberField(4), 0, u"5", true, u"4", u"5"},
+      {25, NumberField(5), 0, u"5", false, u"5", u""},
+      {25, NumberField(4), 1, u"5", false, u"", u""},
+      {25, NumberWithTextField(4, u"a"), 0, u"5", false, u"", u""},
+      {25, TextField(u"4"), 2, u"5", false, u"", u""},
+  });
+}
+
 TEST(FlagIsSet, WritesTheFlagOut) {
   ExpectRows({
       {1, FlagField(true), 2, u"", true, u"true", u""},
@@ -48,6 +62,26 @@ TEST(EqualToValue, ComparesWholeAndWithCase) {
       {2, ListField({}), 1, u"cgi", false, u"", u""},
       {2, NumberWithTextField(65, u"A"), 1, u"65", false, u"", u""},
   });
+}
+
+class EqualAndNotedTest : public FoldersTest {
+ protected:
+  EqualAndNotedTest() {
+    SetSettingsKeyPath("Vendor", "Module");
+    SettingsStore().EnsureKey();
+  }
+};
+
+TEST_F(EqualAndNotedTest, NotesTheTextOfAHitOnly) {
+  const ExpressionValue value = Prepared(kValueList, u"a.test,mail.test");
+  std::u16string noted;
+  EXPECT_FALSE(EqualAndNoted(TextField(u"x.mail.test"), value).on);
+  EXPECT_EQ(SettingsStore().Read(kRememberedSiteSlot, noted), 1);
+  const IndicatorResult result = EqualAndNoted(TextField(u"mail.test"), value);
+  EXPECT_TRUE(result.on);
+  EXPECT_EQ(result.matchText, u"mail.test");
+  EXPECT_EQ(SettingsStore().Read(kRememberedSiteSlot, noted), 0);
+  EXPECT_EQ(noted, Md5Hex(u"mail.test"));
 }
 
 TEST(TextEndsWith, TakesTheFirstItem) {
