@@ -11,7 +11,7 @@ inline constexpr std::uint32_t kStringIdBase = 0x80000000U;
 
 /// Makes sure that the table can be read; construct one in a scope before GetString. Any thread. The texts
 /// lie in the library plainly, so there is nothing to wait for.
-class StringTableGuard {
+class [[maybe_unused]] StringTableGuard {
  public:
   StringTableGuard() noexcept = default;
 };
