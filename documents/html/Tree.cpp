@@ -54,6 +54,7 @@ void Tree::InsertBefore(NodeId parent, NodeId child, NodeId before) noexcept {
 
 void Tree::Detach(NodeId child) noexcept {
   Node& node = nodes[child];
+  if (node.previous == 0) return;
   Node& above = nodes[node.parent];
   if (above.firstChild == child) {
     above.firstChild = node.next;

@@ -26,7 +26,7 @@ enum class Space : std::uint8_t { kHtml, kSvg, kMathMl };
 
 struct Node {
   NodeId parent;
-  NodeId previous;  ///< of a first child: the last child
+  NodeId previous;  ///< of a first child: the last child; 0 for a node that is in no place
   NodeId next;
   union {
     NodeId firstChild;     ///< of the document or an element
@@ -106,6 +106,7 @@ struct Tree {
   void Append(NodeId parent, NodeId child) noexcept { InsertBefore(parent, child, 0); }
   /// Before a child of parent, or at its end (before 0).
   void InsertBefore(NodeId parent, NodeId child, NodeId before) noexcept;
+  /// Nothing for a node that is in no place.
   void Detach(NodeId child) noexcept;
 };
 

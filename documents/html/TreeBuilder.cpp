@@ -274,7 +274,6 @@ class TreeBuilder {
   bool foster_ = false;
   bool ignoreLineFeed_ = false;
   bool attributesTaken_ = false;
-  bool done_ = false;
   std::uint32_t pendingBegin_ = 0;
   std::uint32_t pendingLength_ = 0;
   /// Which of the root and the body have an attribute of the name, once a second tag of theirs was met.

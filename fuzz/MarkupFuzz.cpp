@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: Apache-2.0
+// Markup and text of every element, which a document gives as slices of one text, against a second, plain walk of the
+// same tree for that element alone.
+#include <algorithm>
+#include <cctype>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "documents/html/Decoder.h"
+#include "documents/html/PageView.h"
+#include "documents/html/TreeBuilder.h"
+
+namespace {
+
+using namespace zeph::html;
+
+constexpr std::size_t kLongest = 8192;
+
+char16_t Upper(char16_t c) { return c >= u'a' && c <= u'z' ? static_cast<char16_t>(c - 32) : c; }
+bool IsBlank(char16_t c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\f' || c == u'\r'; }
+
+std::uint16_t Kinds(const Node& node) { return node.space == Space::kHtml ? KindsOf(node.name) : std::uint16_t{0}; }
+
+class Plain {
+ public:
+  explicit Plain(PageView& view) : view_(view), tree_(view.Nodes()) {}
+
+  std::u16string Outer(NodeId id) {
+    std::u16string out;
+    for (TreeWalk walk(tree_, id); !walk.Done(); walk.Next())
+      out += walk.Entering() ? Opening(walk.Id()) : Closing(walk.Id());
+    return out;
+  }
+
+  std::u16string Inner(NodeId id) {
+    std::u16string out;
+    for (NodeId child = tree_.FirstChild(id); child != 0; child = tree_.nodes[child].next) out += Outer(child);
+    return out;
+  }
+
+  /// Reads the page's text letter by letter and keeps what falls into the element.
+  std::u16string Text(NodeId wanted) {
+    std::u16string line;  // what the element has so far
+    bool inside = false;
+    bool lineHasText = false;
+    bool blank = false;
+    std::size_t hidden = 0;
+    std::size_t kept = 0;
+    const auto put = [&](char16_t c) {
+      if (inside) line += c;
+    };
+    const auto end = [&] {
+      put(u'\r');
+      put(u'\n');
+      lineHasText = blank = false;
+    };
+    const auto boundary = [&](const Node& node) {
+      if ((Kinds(node) & kBlock) != 0) {
+        if (lineHasText) end();
+        blank = false;
+      } else if ((Kinds(node) & kCell) != 0) {
+        blank = lineHasText;
+      }
+    };
+    const auto isKept = [](const Node& node) {
+      return node.space == Space::kHtml &&
+             (node.name == name::kPre || node.name == name::kTextarea || node.name == name::kListing ||
+              node.name == name::kXmp || node.name == name::kPlaintext);
+    };
+    bool skip = false;
+    for (TreeWalk walk(tree_, kDocument); !walk.Done(); walk.Next(skip)) {
+      const Node& node = tree_.nodes[walk.Id()];
+      skip = false;
+      if (node.kind == NodeKind::kElement && walk.Entering()) {
+        if (hidden != 0 || IsUnseen(tree_, walk.Id())) ++hidden;
+        skip = IsInert(tree_, walk.Id());
+        if (hidden == 0) boundary(node);
+        if (walk.Id() == wanted) inside = true;
+        if (hidden == 0 && node.space == Space::kHtml && node.name == name::kBr) end();
+        kept += isKept(node) ? 1 : 0;
+      } else if (node.kind == NodeKind::kElement) {
+        kept -= isKept(node) ? 1 : 0;
+        if (walk.Id() == wanted) inside = false;
+        if (hidden == 0) boundary(node);
+        if (hidden != 0) --hidden;
+      } else if (node.kind == NodeKind::kText && walk.Entering() && hidden == 0) {
+        for (const char16_t c : tree_.TextOf(node)) {
+          if (kept == 0 && IsBlank(c)) {
+            blank = lineHasText;
+            continue;
+          }
+          if (blank) put(u' ');
+          blank = false;
+          put(c);
+          lineHasText = kept == 0 || (c != u'\n' && c != u'\r');
+        }
+      }
+    }
+    return !line.empty() && line.front() == u' ' ? line.substr(1) : line;
+  }
+
+ private:
+  std::u16string Escaped(std::u16string_view text, bool value) {
+    std::u16string out;
+    for (const char16_t c : text) {
+      if (c == u'&') {
+        out += u"&amp;";
+      } else if (c == 0xA0) {
+        out += u"&nbsp;";
+      } else if (value && c == u'"') {
+        out += u"&quot;";
+      } else if (!value && (c == u'<' || c == u'>')) {
+        out += c == u'<' ? u"&lt;" : u"&gt;";
+      } else {
+        out += c;
+      }
+    }
+    return out;
+  }
+
+  std::u16string TagName(const Node& node) {
+    std::u16string tag(tree_.NameText(node.name));
+    std::ranges::transform(tag, tag.begin(), Upper);
+    return tag;
+  }
+
+  std::u16string Opening(NodeId id) {
+    const Node& node = tree_.nodes[id];
+    switch (node.kind) {
+      case NodeKind::kText: {
+        const Node& parent = tree_.nodes[node.parent];
+        const bool raw = parent.kind == NodeKind::kElement && (Kinds(parent) & kRaw) != 0;
+        return raw ? std::u16string(tree_.TextOf(node)) : Escaped(tree_.TextOf(node), false);
+      }
+      case NodeKind::kComment:
+        return u"<!--" + std::u16string(tree_.TextOf(node)) + u"-->";
+      case NodeKind::kElement: {
+        std::u16string out = u"<" + TagName(node);
+        for (const Attribute& item : tree_.AttributesOf(id)) {
+          const std::u16string value(*view_.AttributeValue(id, item.name));
+          const bool bare = !value.empty() && std::ranges::all_of(value, [](char16_t c) {
+            return c < 0x80 && (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == u'-' || c == u'_' ||
+                                c == u'/' || c == u'#');
+          });
+          out += u' ' + std::u16string(tree_.NameText(item.name)) + u'=';
+          out += bare ? value : u'"' + Escaped(value, true) + u'"';
+        }
+        return out + u'>';
+      }
+      default:
+        return {};
+    }
+  }
+
+  std::u16string Closing(NodeId id) {
+    const Node& node = tree_.nodes[id];
+    if (node.kind != NodeKind::kElement || (Kinds(node) & kVoid) != 0) return {};
+    return u"</" + TagName(node) + u'>';
+  }
+
+  PageView& view_;
+  const Tree& tree_;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size > kLongest) return 0;
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  PageView view(ParseTree(DecodeMarkup(bytes).text), u"http://www.example.test/a/b", nullptr);
+  Plain plain(view);
+  // All elements of small pages, some of large ones: the plain walk is quadratic.
+  const std::size_t step = view.All().size() / 64 + 1;
+  for (std::size_t i = 0; i < view.All().size(); i += step) {
+    const NodeId id = view.All()[i];
+    if (view.OuterMarkup(id) != plain.Outer(id)) std::abort();
+    if (view.InnerMarkup(id) != plain.Inner(id)) std::abort();
+    const bool comment = view.Nodes().nodes[id].kind == NodeKind::kComment;
+    if (view.InnerText(id) != (comment ? std::u16string() : plain.Text(id))) std::abort();
+  }
+  return 0;
+}
