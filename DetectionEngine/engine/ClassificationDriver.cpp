@@ -173,7 +173,7 @@ class SiteClassification {
   Classification& work_;
   PageReading reading_;
   ScopedPerfTimer& readTimer_;
-  const ResultOutputs& outputs_;
+  ResultOutputs outputs_;
   Status status_ = 0;
   bool finished_ = false;
 };
@@ -251,7 +251,9 @@ std::int32_t ClassifySiteTraced(IHTMLDocument2* document, std::int32_t* classifi
   work.pageData.referrer = TextOf(document->get_referrer());
   readTimer.Stop();
 
-  SiteClassification site(*document, work, readTimer, {classification, siteName, spooficity, engineResults});
+  Settlement* const settlement = trace != nullptr ? &trace->settlement : nullptr;
+  SiteClassification site(*document, work, readTimer,
+                          {classification, siteName, spooficity, engineResults, settlement});
   const Status status = site.Run();
   KeepTrace(trace, work);
   if (site.ReadToEnd()) LogUrl("ClassifySite END", namedUrl);

@@ -10,6 +10,7 @@
 #include "DetectionEngine/Document.h"
 #include "DetectionEngine/EngineResults.h"
 #include "DetectionEngine/configuration/ConfigurationMgr.h"
+#include "DetectionEngine/engine/Results.h"
 #include "DetectionEngine/scoring/IndicatorResult.h"
 
 namespace zeph {
@@ -19,6 +20,7 @@ namespace zeph {
 struct ClassificationTrace {
   std::shared_ptr<const ConfigurationPair> pair;
   std::vector<IndicatorResult> results;  ///< one for each indicator of the pair, as the call left them
+  Settlement settlement;                 ///< of a page
 };
 
 /// The work of the exports of the same names; their arguments and results stand in DetectionEngine.h. trace may be

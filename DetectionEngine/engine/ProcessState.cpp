@@ -2,6 +2,7 @@
 #include "DetectionEngine/engine/ProcessState.h"
 
 #include "DetectionEngine/configuration/ModuleTexts.h"
+#include "DetectionEngine/server/ImageMatcher.h"
 
 namespace zeph {
 
@@ -16,7 +17,10 @@ namespace {
 
 /// The entry point of the library: everything stands before the first call, and the destructor of the static stops
 /// and joins the load thread when the library goes.
-[[gnu::constructor]] void AttachProcess() { Process(); }
+[[gnu::constructor]] void AttachProcess() {
+  ProcessImageMatcher();  // goes after the state, whose load thread ends first
+  Process();
+}
 
 }  // namespace
 

@@ -46,11 +46,12 @@ void LogSpooficity(const char* label, float score, std::int32_t classification) 
       kLogDetail);
 }
 
-std::int32_t AskServer(const PageData& page, std::int32_t privacy) {
+std::int32_t AskServer(const PageData& page, std::int32_t privacy, Settlement& settlement) {
   std::int32_t server = kServerSpoofing;
   const auto ask = [&](const char* text, const std::u16string& url) {
     LogLine("SetResults-Calling CheckURL", text, kLogDetail);
     CheckURL({url.data(), url.size()}, &server);
+    settlement.serverAnswer = server;
   };
   if (privacy == kFullUrl) {
     ask("FULL URL", page.url.RawUrl);
@@ -72,7 +73,8 @@ bool MayReport(const std::u16string& brand) {
   return info == pair->configuration.TrustedDomainInfos.end() || info->second.NT;
 }
 
-void ReportPage(const PageData& page, std::int32_t server, const std::u16string& brand, std::int32_t privacy) {
+void ReportPage(const PageData& page, std::int32_t server, const std::u16string& brand, std::int32_t privacy,
+                Settlement& settlement) {
   if ((server != kServerWantsReport && server != kServerConfirms) || !MayReport(brand)) {
     LogLine("SetResults", "Guess isNotify was false", kLogDetail);
     return;
@@ -81,7 +83,7 @@ void ReportPage(const PageData& page, std::int32_t server, const std::u16string&
   const char* const label = "SetResults calling ReportURL";
   if (privacy == kFullUrl) {
     LogLine(label, "Full URL", kLogDetail);
-    ReportURL(page.url.RawUrl.c_str(), kReportConfirmedPage, nullptr);
+    settlement.reported = ReportURL(page.url.RawUrl.c_str(), kReportConfirmedPage, nullptr) == 0;
   } else if (privacy == kPartialUrl) {
     LogLine(label, "Not calling Report - user opted out of community", kLogDetail);
   } else if (privacy == kNothing) {
@@ -90,10 +92,10 @@ void ReportPage(const PageData& page, std::int32_t server, const std::u16string&
 }
 
 /// What becomes of a page that the engine alone holds for spoofing.
-std::int32_t SettleWithServer(const PageData& page, const std::u16string& brand, float score) {
+std::int32_t SettleWithServer(const PageData& page, const std::u16string& brand, float score, Settlement& settlement) {
   const std::int32_t privacy = Process().privacyLevel.load(std::memory_order_relaxed);
-  const std::int32_t server = AskServer(page, privacy);
-  ReportPage(page, server, brand, privacy);
+  const std::int32_t server = AskServer(page, privacy, settlement);
+  ReportPage(page, server, brand, privacy, settlement);
 
   const std::string label = EntryText(0xAE);
   if (server == kServerUnclassified || server == kServerTrustworthy) {
@@ -101,6 +103,7 @@ std::int32_t SettleWithServer(const PageData& page, const std::u16string& brand,
     return server;
   }
   WarningMemory memory;
+  settlement.heldBack = true;
   if (memory.IsQuiet()) {
     LogResult(label.c_str(), EntryText(0xC3), page, kLogWarning, 10);
     return kZephUnclassified;
@@ -109,6 +112,7 @@ std::int32_t SettleWithServer(const PageData& page, const std::u16string& brand,
     LogResult(label.c_str(), EntryText(0xC3), page, kLogDetail, 10);
     return kZephUnclassified;
   }
+  settlement.heldBack = false;
   LogResult(label.c_str(), EntryText(0xB0) + Narrow(page.url.RawUrl), page, kLogInformation, 8);
   return server == kServerConfirms ? kZephSpoofingConfirmed : kZephSpoofing;
 }
@@ -177,7 +181,9 @@ void SetResults(std::int32_t classification, float score, const PageData& pageDa
                 kLogDetail, 9);
     }
   } else if (outputs.engineResults == nullptr) {
-    *outputs.classification = SettleWithServer(pageData, brand, score);
+    Settlement settlement;
+    *outputs.classification = SettleWithServer(pageData, brand, score, settlement);
+    if (outputs.settlement != nullptr) *outputs.settlement = settlement;
   }
 
   if (outputs.spooficity != nullptr) {

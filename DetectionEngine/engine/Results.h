@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "DetectionEngine/EngineResults.h"
@@ -11,12 +12,20 @@
 
 namespace zeph {
 
+/// What became of a page that the engine alone holds for spoofing, for a caller that explains the verdict.
+struct Settlement {
+  std::optional<std::int32_t> serverAnswer;  ///< 0: the exchange failed; nothing: the server wasn't asked
+  std::optional<bool> reported;              ///< whether a report was taken; nothing: none was made
+  bool heldBack = false;                     ///< by the warning memory
+};
+
 /// Where ClassifySite writes its answer. classification is never null, the others may be.
 struct ResultOutputs {
   std::int32_t* classification = nullptr;
   char16_t* siteName = nullptr;
   float* spooficity = nullptr;
   EngineResults** engineResults = nullptr;
+  Settlement* settlement = nullptr;
 };
 
 /// The last step of a page's classification: names the brand, asks the server about a page that the engine alone holds

@@ -214,6 +214,40 @@ void ExplainRules(std::ostream& out, const Verdict& verdict) {
   if (!any) out << "    no rule had anything to say\n";
 }
 
+std::string AnswerInWords(std::int32_t answer) {
+  switch (answer) {
+    case 0:
+      return "no answer (the log tells why)";
+    case 1:
+      return "1, trustworthy";
+    case 2:
+      return "2, spoofing";
+    case 3:
+      return "3, unclassified";
+    case 4:
+      return "4, unknown to it and asked for a report";
+    case 5:
+      return "5, confirmed";
+    default:
+      return std::to_string(answer);
+  }
+}
+
+/// What the server had to do with a page's verdict.
+void TellSettlement(std::ostream& out, const Verdict& verdict) {
+  const Settlement& settlement = verdict.trace.settlement;
+  if (verdict.unsent.empty() && settlement.serverAnswer) {
+    const std::string server = Narrow(verdict.trace.pair->configuration.Resources.Server);
+    out << "\n    the server " << (server.empty() ? "(the configuration names none)" : server)
+        << " was asked: " << AnswerInWords(*settlement.serverAnswer);
+    if (settlement.reported) out << (*settlement.reported ? "; reported to it" : "; the report failed");
+  }
+  if (settlement.heldBack) {
+    out << "\n    held for spoofing, but the warning is held back: a score changed between two visits less than a day "
+           "ago";
+  }
+}
+
 std::string PersonText(const std::string& input, const Verdict& verdict, bool explain) {
   std::ostringstream out;
   out << Narrow(Widen(input)) << '\n' << "    " << InWords(verdict);
@@ -225,6 +259,7 @@ std::string PersonText(const std::string& input, const Verdict& verdict, bool ex
   }
   if (!verdict.urlSource.empty()) out << "\n    the page's URL comes from " << verdict.urlSource;
   for (const std::string& request : verdict.unsent) out << "\n    not sent: " << request << " (see --privacy)";
+  TellSettlement(out, verdict);
   if (explain) ExplainRules(out, verdict);
   std::string text = out.str();
   while (!text.empty() && text.back() == '\n') text.pop_back();

@@ -139,6 +139,11 @@ void ForEachInput(const std::vector<std::string>& inputs, const std::function<vo
   }
 }
 
+void PrintText(std::string_view text) {
+  std::cout << text;
+  if (!std::cout) throw CommandError("standard output: can't be written");
+}
+
 void PrintLine(std::string_view line) {
   std::cout << line << '\n';
   if (std::cin.rdbuf()->in_avail() <= 0) std::cout.flush();

@@ -56,6 +56,8 @@ void LoadTextSources(const std::string& folder, ConfigurationPair& pair);
 /// Calls take for each input in order; "-" stands for the lines of standard input.
 void ForEachInput(const std::vector<std::string>& inputs, const std::function<void(const std::string&)>& take);
 
+/// Output as it stands.
+void PrintText(std::string_view text);
 /// One line of output. Flushed when nothing more is waiting on standard input.
 void PrintLine(std::string_view line);
 /// One line on standard error, behind "zeph: ".

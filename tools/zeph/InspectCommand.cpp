@@ -154,6 +154,9 @@ void AddInspectCommand(CLI::App& program, int&) {
     UseConfiguration(options->configuration);
     ForEachInput(options->inputs, [&](const std::string& input) { InspectPage(input, *options); });
   });
+  add("tree", "The parsed tree of HTML files, one node a line", true, false)->callback([options] {
+    ForEachInput(options->inputs, [](const std::string& input) { PrintText(PageTree(input)); });
+  });
   add("package", "The whole loaded configuration", false, true)->callback([options] {
     UseConfiguration(options->configuration);
     InspectPackage();
