@@ -31,12 +31,12 @@ class LoadRoom {
   bool usedUp_ = false;
 };
 
-/// What a copy of a record takes, its own fields included.
+/// What a copy takes; of a list, its items.
 [[nodiscard]] inline std::size_t RoomOf(std::u16string_view text) noexcept {
   return sizeof(std::u16string) + 2 * text.size();
 }
 [[nodiscard]] inline std::size_t RoomOf(const std::vector<std::u16string>& texts) noexcept {
-  std::size_t room = sizeof texts;
+  std::size_t room = 0;
   for (const std::u16string& text : texts) room += RoomOf(text);
   return room;
 }

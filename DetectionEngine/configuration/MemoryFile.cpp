@@ -111,7 +111,7 @@ void MemoryFile::Map(std::map<std::u16string, T, std::less<>>& map, TransferValu
     Text(key);
     T value;
     transferValue(value);
-    TakeRoom(kNode + sizeof(key) + sizeof(value));
+    TakeRoom(kNode + sizeof(std::u16string) + sizeof(T));
     if constexpr (std::is_same_v<T, TrustedDomainInfo>) TakeRoom(RoomOfIndexes(key, value));
     // Files are written in key order, so the place is the end.
     map.insert_or_assign(map.end(), std::move(key), std::move(value));
