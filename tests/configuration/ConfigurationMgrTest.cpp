@@ -305,6 +305,26 @@ TEST_F(ConfigurationMgrTest, StopEndsTheLoadThreadThoughTheTemporaryFilesAreInUs
   neverStarted.Stop();
 }
 
+TEST_F(ConfigurationMgrTest, ProcessesThatLoadAtOnceKeepOutOfEachOthersFiles) {
+  constexpr int kProcesses = 4;
+  constexpr int kLoads = 25;
+  std::vector<Child> children;
+  for (int process = 0; process < kProcesses; ++process) {
+    const std::string name = std::to_string(process);
+    const std::u16string path = Widen(Path(name + ".zip"));
+    Write(Path(name + ".zip"), {process % 2 == 0 ? Pack(name) : Memory(name, "")});
+    children.emplace_back([&] {
+      ConfigurationMgr manager(Module());
+      for (int load = 0; load < kLoads; ++load) {
+        if (!manager.LoadPackage(path) || ServerOf(manager) != name) return false;
+      }
+      return true;
+    });
+  }
+  for (Child& child : children) EXPECT_TRUE(child.Join());
+  EXPECT_TRUE(fs::is_empty(TempFolder()));
+}
+
 TEST_F(ConfigurationMgrTest, PublishedPairStaysInForce) {
   Write(New(), {Pack("package")});
   ConfigurationMgr manager(Module());
