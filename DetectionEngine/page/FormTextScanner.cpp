@@ -9,9 +9,9 @@
 #include <utility>
 
 #include "DetectionEngine/page/DocumentReading.h"
-#include "DetectionEngine/page/FindAnyOf.h"
 #include "DetectionEngine/page/MarkupTags.h"
 #include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/platform/FindAnyOf.h"
 #include "DetectionEngine/url/Text.h"
 
 namespace zeph {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "DetectionEngine/page/FindAnyOf.h"
 #include "DetectionEngine/page/FormMeasures.h"
 #include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/platform/FindAnyOf.h"
 #include "DetectionEngine/url/Text.h"
 
 namespace zeph {

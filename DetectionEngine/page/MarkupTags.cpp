@@ -4,7 +4,7 @@
 #include <array>
 #include <cstddef>
 
-#include "DetectionEngine/page/FindAnyOf.h"
+#include "DetectionEngine/platform/FindAnyOf.h"
 
 namespace zeph {
 

@@ -7,9 +7,9 @@
 #include <string_view>
 
 #include "DetectionEngine/configuration/StringTable.h"
-#include "DetectionEngine/page/FindAnyOf.h"
 #include "DetectionEngine/page/JoinedTexts.h"
 #include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/platform/FindAnyOf.h"
 #include "DetectionEngine/url/Text.h"
 
 namespace zeph {

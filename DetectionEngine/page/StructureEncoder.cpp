@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <utility>
 
-#include "DetectionEngine/page/FindAnyOf.h"
 #include "DetectionEngine/page/MarkupTags.h"
 #include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/platform/FindAnyOf.h"
 
 namespace zeph {
 

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "DetectionEngine/engine/DebugLog.h"
-#include "DetectionEngine/page/FindAnyOf.h"
 #include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/platform/FindAnyOf.h"
 #include "DetectionEngine/url/HostMatching.h"
 #include "DetectionEngine/url/Text.h"
 #include "DetectionEngine/url/UrlAnalyzer.h"

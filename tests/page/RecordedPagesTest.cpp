@@ -84,33 +84,6 @@ TEST(RecordedPages, ShowWhatTheyAre) {
   }
 }
 
-/// All that was read, as text.
-std::u16string Everything(const PageData& page) {
-  std::u16string text;
-  const auto add = [&](std::u16string_view piece) { (text += piece) += u'|'; };
-  const auto addAll = [&](const std::vector<std::u16string>& list) {
-    for (const std::u16string& piece : list) add(piece);
-  };
-  for (const FormRecord& form : page.forms.records) {
-    add(form.action + form.actionHost + form.submitValue + form.labelText);
-    add(std::u16string{static_cast<char16_t>(form.textCount), static_cast<char16_t>(form.passwordCount)});
-    addAll(form.hiddenNames);
-    addAll(form.hiddenValues);
-  }
-  for (const auto* list : {&page.all.captions, &page.all.textsOfTagF, &page.all.comments, &page.all.backgrounds,
-                           &page.links.urls, &page.images.sources, &page.images.paths, &page.scripts.texts,
-                           &page.scripts.sources, &page.body.markerPhrases}) {
-    addAll(*list);
-  }
-  for (const std::int32_t width : page.images.widths) text += static_cast<char16_t>(width);
-  for (const std::u16string* piece : {&page.all.pageSource, &page.all.inputValues, &page.all.shortcutIconHost,
-                                      &page.links.linkText, &page.body.visibleText, &page.body.html, &page.body.title,
-                                      &page.structure, &page.diagnosticText, &page.referrer, &page.url.RawUrl}) {
-    add(*piece);
-  }
-  return text;
-}
-
 TEST(RecordedPages, ReadTheSameWhenRecordedOnceMore) {
   for (const std::string name : {"bank-login", "payment-copy", "web-mail", "article", "images-for-text"}) {
     const auto document = Load(name);
