@@ -16,6 +16,7 @@
 #include "DetectionEngine/DetectionEngine.h"
 
 extern "C" int CheckCApi(void);
+extern "C" int CheckDocumentsApi(void);
 
 namespace {
 
@@ -40,21 +41,29 @@ Function* Find(const Library& library, const char* name) {
 
 TEST(SharedLibrary, IsUsableFromC) { EXPECT_EQ(CheckCApi(), 0); }
 
-TEST(SharedLibrary, ExportsItsFunctionsAndNothingElse) {
+TEST(DocumentsLibrary, IsUsableFromC) { EXPECT_EQ(CheckDocumentsApi(), 0); }
+
+/// A library's exports against the names in its map.
+void CheckExports(const std::string& mapFile, const std::string& library) {
   std::set<std::string> promised;
-  const std::string map = ReadText(ZEPH_SOURCE_DIR "/DetectionEngine/exports.map");
+  const std::string map = ReadText(mapFile);
   const std::regex name(R"((\w+);)");
   for (std::sregex_iterator it(map.begin(), map.end(), name), end; it != end; ++it) promised.insert((*it)[1]);
 
   std::set<std::string> exported;
-  const std::unique_ptr<FILE, int (*)(FILE*)> nm(popen("nm -D --defined-only " ZEPH_LIBRARY, "r"), pclose);
+  const std::unique_ptr<FILE, int (*)(FILE*)> nm(popen(("nm -D --defined-only " + library).c_str(), "r"), pclose);
   ASSERT_NE(nm, nullptr);
   std::array<char, 4096> line{};
   while (std::fgets(line.data(), line.size(), nm.get()) != nullptr) {
     const std::string text(line.data());
     exported.insert(text.substr(text.rfind(' ') + 1, text.find('\n') - text.rfind(' ') - 1));
   }
-  EXPECT_EQ(exported, promised);
+  EXPECT_EQ(exported, promised) << library;
+}
+
+TEST(SharedLibrary, ExportsItsFunctionsAndNothingElse) {
+  CheckExports(ZEPH_SOURCE_DIR "/DetectionEngine/exports.map", ZEPH_LIBRARY);
+  CheckExports(ZEPH_SOURCE_DIR "/documents/exports.map", ZEPH_DOCUMENTS_LIBRARY);
 }
 
 TEST(SharedLibrary, GivesTheFunctionOfAnOrdinal) {
