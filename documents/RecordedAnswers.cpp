@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/url/Text.h"
 
 namespace zeph {
 
@@ -25,23 +26,26 @@ bool NameIsBefore(std::u16string_view lower, std::u16string_view name) noexcept 
 void AnswerSet::Add(const RecordedAnswer& answer) { answers_.push_back(answer); }
 
 void AnswerSet::Sort() {
+  // Most come in order, each once.
+  const auto isInOrder = [](const RecordedAnswer& a, const RecordedAnswer& b) { return !IsBefore(a, b); };
+  if (std::ranges::adjacent_find(answers_, isInOrder) == answers_.end()) return;
   std::ranges::stable_sort(answers_, IsBefore);
-  const auto isSame = [](const RecordedAnswer& a, const RecordedAnswer& b) { return !IsBefore(a, b); };
   // From the back, so that of equal ones the last stays.
-  answers_.erase(answers_.begin(),
-                 std::unique(answers_.rbegin(), answers_.rend(), [&](const auto& later, const auto& earlier) {
-                   return isSame(earlier, later);
-                 }).base());
-  answers_.shrink_to_fit();
+  const auto isSame = [](const RecordedAnswer& later, const RecordedAnswer& earlier) {
+    return !IsBefore(earlier, later);
+  };
+  answers_.erase(answers_.begin(), std::unique(answers_.rbegin(), answers_.rend(), isSame).base());
 }
 
 const RecordedAnswer* AnswerSet::Find(Operation operation, std::u16string_view name) const noexcept {
-  const auto at = std::ranges::partition_point(answers_, [&](const RecordedAnswer& answer) {
-    return answer.operation != operation ? answer.operation < operation : NameIsBefore(answer.name, name);
-  });
+  auto at = std::ranges::lower_bound(answers_, operation, {}, &RecordedAnswer::operation);
+  if (!name.empty()) {
+    at = std::partition_point(at, answers_.end(), [&](const RecordedAnswer& answer) {
+      return answer.operation == operation && NameIsBefore(answer.name, name);
+    });
+  }
   const bool found = at != answers_.end() && at->operation == operation && at->name.size() == name.size() &&
-                     !std::lexicographical_compare(name.begin(), name.end(), at->name.begin(), at->name.end(),
-                                                   [](char16_t a, char16_t b) { return LowerOf(a) < LowerOf(b); });
+                     StartsWithNoCase(name, at->name);
   return found ? &*at : nullptr;
 }
 

@@ -162,6 +162,7 @@ class AnswerSet {
   [[nodiscard]] std::span<RecordedAnswer> All() noexcept { return answers_; }
   /// Call after the last Add and before the first Find or All.
   void Sort();
+  void Clear() noexcept { answers_.clear(); }
 
  private:
   std::vector<RecordedAnswer> answers_;

@@ -73,14 +73,16 @@ class RecordingParser {
     reader_.BeginArray();
     while (reader_.NextItem()) {
       RecordedElement& element = recording_.elements.emplace_back();
+      answers_.Clear();
       reader_.BeginObject();
       while (reader_.NextMember(name_)) {
         const Answerer answerer = AnswererOf(name_);
         element.Give(answerer);
         reader_.BeginObject();
-        ReadOperations(answerer, element.answers);
+        ReadOperations(answerer, answers_);
       }
-      element.answers.Sort();
+      answers_.Sort();
+      element.answers = answers_;  // a copy takes no more room than it needs
     }
   }
 
@@ -266,6 +268,7 @@ class RecordingParser {
   Recording& recording_;
   std::u16string name_;
   std::u16string text_;
+  AnswerSet answers_;  ///< of the element that is being read
   std::int32_t highestElement_ = RecordedItem::kNone;
   std::string highestPath_;
 };

@@ -45,7 +45,9 @@ bool EqualsNoCase(std::u16string_view text, std::u16string_view other) noexcept 
 
 class Pass {
  public:
-  explicit Pass(AllParser& data) : data_(data) {}
+  explicit Pass(AllParser& data) : data_(data) {
+    for (std::size_t i = 0; i < kRows.size(); ++i) tags_[i] = StringEntry(kRows[i].tag);
+  }
 
   Status ReadFields(IHTMLDocument2& document) {
     WalkAll(document, [&](std::u16string_view tagName, DocumentObject&, IHTMLElement& element) {
@@ -57,16 +59,14 @@ class Pass {
   Status ReadEverything(IHTMLDocument2& document) {
     ReadPageSource(document);
     WalkAll(document, [&](std::u16string_view tagName, DocumentObject& object, IHTMLElement& element) {
-      for (const Row& row : kRows) {
-        if (tagName != StringEntry(row.tag)) continue;
-        (this->*row.read)(object, element);
-        return;
-      }
+      const auto at = std::ranges::find(tags_, tagName);
+      if (at != tags_.end()) (this->*kRows[static_cast<std::size_t>(at - tags_.begin())].read)(object, element);
     });
     return reader_.LastStatus();
   }
 
  private:
+  static constexpr std::size_t kTagCount = 17;
   // Entries of the string table.
   static constexpr std::uint32_t kInputTag = 0x91;
   static constexpr std::uint32_t kTypeAttribute = 0x9F;
@@ -84,7 +84,7 @@ class Pass {
     ReadElement read;
   };
   /// The first row whose tag an element has decides.
-  static const std::array<Row, 17> kRows;
+  static const std::array<Row, kTagCount> kRows;
 
   template <class Visit>
   void WalkAll(IHTMLDocument2& document, Visit&& visit) {
@@ -224,28 +224,29 @@ class Pass {
   }
 
   AllParser& data_;
+  std::array<std::u16string_view, kTagCount> tags_;  ///< of the rows
   DocumentReader reader_;
   TextBudget budget_;
   SearchedTexts searched_;
 };
 
-constexpr std::array<Pass::Row, 17> Pass::kRows = {{{0x9C, &Pass::ReadMarkerElement},
-                                                    {0x8C, &Pass::ReadBlockA},
-                                                    {0x8D, &Pass::ReadBlockB},
-                                                    {0x8E, &Pass::ReadBlockC},
-                                                    {0x8F, &Pass::ReadBackground},
-                                                    {0x90, &Pass::ReadBackground},
-                                                    {kInputTag, &Pass::ReadInput},
-                                                    {0x93, &Pass::ReadTagD},
-                                                    {0x92, &Pass::ReadTagE},
-                                                    {0x95, &Pass::ReadTagG},
-                                                    {0x96, &Pass::ReadTagH},
-                                                    {0x97, &Pass::ReadCaption},
-                                                    {0x9D, &Pass::ReadTagF},
-                                                    {0x99, &Pass::ReadComment},
-                                                    {0x98, &Pass::ReadBody},
-                                                    {0x9A, &Pass::ReadLink},
-                                                    {0x9B, &Pass::ReadMeta}}};
+constexpr std::array<Pass::Row, Pass::kTagCount> Pass::kRows = {{{0x9C, &Pass::ReadMarkerElement},
+                                                                 {0x8C, &Pass::ReadBlockA},
+                                                                 {0x8D, &Pass::ReadBlockB},
+                                                                 {0x8E, &Pass::ReadBlockC},
+                                                                 {0x8F, &Pass::ReadBackground},
+                                                                 {0x90, &Pass::ReadBackground},
+                                                                 {kInputTag, &Pass::ReadInput},
+                                                                 {0x93, &Pass::ReadTagD},
+                                                                 {0x92, &Pass::ReadTagE},
+                                                                 {0x95, &Pass::ReadTagG},
+                                                                 {0x96, &Pass::ReadTagH},
+                                                                 {0x97, &Pass::ReadCaption},
+                                                                 {0x9D, &Pass::ReadTagF},
+                                                                 {0x99, &Pass::ReadComment},
+                                                                 {0x98, &Pass::ReadBody},
+                                                                 {0x9A, &Pass::ReadLink},
+                                                                 {0x9B, &Pass::ReadMeta}}};
 
 }  // namespace
 

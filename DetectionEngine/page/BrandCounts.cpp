@@ -4,7 +4,7 @@
 #include <string>
 
 #include "DetectionEngine/configuration/Configuration.h"
-#include "DetectionEngine/page/DecodedUrls.h"
+#include "DetectionEngine/page/PageUrls.h"
 #include "DetectionEngine/url/HostMatching.h"
 
 namespace zeph {

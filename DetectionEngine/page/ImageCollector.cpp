@@ -3,14 +3,16 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <limits>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "DetectionEngine/page/DecodedUrls.h"
 #include "DetectionEngine/page/DocumentReading.h"
+#include "DetectionEngine/page/PageUrls.h"
 #include "DetectionEngine/url/UrlParser.h"
 
 namespace zeph {
@@ -66,44 +68,44 @@ class ImageReader {
         static_cast<std::int32_t>(std::clamp<std::int64_t>(data_.totalArea + area, Range::min(), Range::max()));
   }
 
-  void SortSource(const std::u16string& source) {
-    if (IsMhtmlUrl(source)) {
-      KeepLocal(source);
-      KeepValid(source);
-      AddTo(data_.pathTally, source);
-    } else if (IsHttpUrl(source)) {
-      if (const DecodedUrls::Site* const site = decoded_.Decode(source)) {
-        KeepValid(source);
-        AddTo(data_.hostTally, site->host);
-        AddTo(data_.pathTally, site->path);
-      } else {
-        data_.invalidUrls.push_back(source);
-      }
-    } else {
-      KeepLocal(source);
-      SortRelative(source);
+  /// What one source comes to. Pages show few images many times.
+  struct Source {
+    bool isLocal = false;
+    std::optional<std::u16string> url;   ///< as which it is valid
+    std::optional<std::u16string> host;  ///< of an absolute one that decodes
+    std::optional<std::u16string> path;
+  };
+
+  void SortSource(const std::u16string& text) {
+    auto at = sources_.lower_bound(text);
+    if (at == sources_.end() || at->first != text) at = sources_.emplace_hint(at, text, Resolve(text));
+    const Source& source = at->second;
+    if (source.isLocal) {
+      data_.localUrls.push_back(text);
+      AddTo(data_.localTally, text);
+    } else if (!source.url) {
+      data_.invalidUrls.push_back(text);
     }
+    if (source.url) {
+      data_.validUrls.push_back(*source.url);
+      AddTo(data_.urlTally, *source.url);
+    }
+    if (source.host) AddTo(data_.hostTally, *source.host);
+    if (source.path) AddTo(data_.pathTally, *source.path);
   }
 
-  void SortRelative(const std::u16string& source) {
+  [[nodiscard]] Source Resolve(const std::u16string& text) const {
+    if (IsMhtmlUrl(text)) return {true, text, std::nullopt, text};
+    UrlParser parser;
+    if (IsHttpUrl(text)) {
+      if (parser.DecodeUrl(text) != 0) return {};
+      return {false, text, parser.Record().HostName, parser.Record().UrlPath};
+    }
     std::u16string absolute;
-    if (!CombineUrl(pageUrl_.RawUrl, source, absolute)) {
-      AddTo(data_.pathTally, source);
-    } else if (!absolute.empty()) {
-      KeepValid(absolute);
-      const DecodedUrls::Site* const site = decoded_.Decode(absolute);
-      AddTo(data_.pathTally, site != nullptr ? site->path : source);
-    }
-  }
-
-  void KeepLocal(const std::u16string& source) {
-    data_.localUrls.push_back(source);
-    AddTo(data_.localTally, source);
-  }
-
-  void KeepValid(const std::u16string& url) {
-    data_.validUrls.push_back(url);
-    AddTo(data_.urlTally, url);
+    if (!CombineUrl(pageUrl_.RawUrl, text, absolute)) return {true, std::nullopt, std::nullopt, text};
+    if (absolute.empty()) return {true, std::nullopt, std::nullopt, std::nullopt};
+    const bool decodes = parser.DecodeUrl(absolute) == 0;
+    return {true, std::move(absolute), std::nullopt, decodes ? parser.Record().UrlPath : text};
   }
 
   void CountUp() {
@@ -118,7 +120,7 @@ class ImageReader {
   ImageData& data_;
   DocumentReader reader_;
   TextBudget budget_;
-  DecodedUrls decoded_;
+  std::map<std::u16string, Source, std::less<>> sources_;
 };
 
 }  // namespace

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "DetectionEngine/page/DecodedUrls.h"
 #include "DetectionEngine/page/DocumentReading.h"
+#include "DetectionEngine/page/PageUrls.h"
 #include "DetectionEngine/url/Text.h"
 #include "DetectionEngine/url/UrlParser.h"
 
@@ -48,17 +48,13 @@ class LinkReader {
   }
 
   void SortTargets() {
-    DecodedUrls decoded;
+    UrlSorter sorter(data_.validUrls, data_.urlTally, data_.hostTally, data_.invalidUrls);
     for (const std::u16string& url : data_.urls) {
-      if (!IsHttpUrl(url)) {
+      if (IsHttpUrl(url)) {
+        sorter.Add(url);
+      } else {
         data_.otherUrls.push_back(url);
         AddTo(data_.otherUrlTally, url);
-      } else if (const DecodedUrls::Site* const site = decoded.Decode(url)) {
-        data_.validUrls.push_back(url);
-        AddTo(data_.urlTally, url);
-        AddTo(data_.hostTally, site->host);
-      } else {
-        data_.invalidUrls.push_back(url);
       }
     }
   }

@@ -12,8 +12,10 @@
 #include "DetectionEngine/engine/SettingsStore.h"
 #include "DetectionEngine/page/JoinedTexts.h"
 #include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/platform/FindAnyOf.h"
 #include "DetectionEngine/url/Text.h"
 #include "DetectionEngine/url/UrlParser.h"
+#include "DetectionEngine/url/WordFinder.h"
 
 namespace zeph {
 
@@ -57,22 +59,52 @@ constexpr std::array<Language, 4> kLanguages = {{{kGermanLabels, kGermanCaptions
                                                  {kFrenchLabels, kFrenchCaptions, kFrenchHeads},
                                                  {kSpanishLabels, kSpanishCaptions, kSpanishHeads}}};
 
-bool HasCaptions(std::u16string_view captions, Entries entries) {
-  std::vector<std::u16string_view> words;
-  for (const std::uint8_t entry : entries) words.push_back(StringEntry(entry));
-  return CountContainedNoCase(captions, words, kCaptionsNeeded);
+/// The captions of all languages, made ready to be found.
+struct CaptionFinders {
+  CaptionFinders() : common(MakeFinder(kCommonCaptions)) {
+    for (std::size_t i = 0; i < kLanguages.size(); ++i) languages[i] = MakeFinder(kLanguages[i].captions);
+  }
+  static WordFinder MakeFinder(Entries entries) {
+    std::vector<std::u16string> words;
+    for (const std::uint8_t entry : entries) words.emplace_back(StringEntry(entry));
+    WordFinder finder;
+    finder.Assign(words);
+    return finder;
+  }
+  static const CaptionFinders& Get() {
+    static const CaptionFinders finders;
+    return finders;
+  }
+
+  WordFinder common;
+  std::array<WordFinder, kLanguages.size()> languages;
+};
+
+bool HasCaptions(std::u16string_view text, const WordFinder& captions) {
+  return captions.CountContained(text, 0, kCaptionsNeeded) == kCaptionsNeeded;
+}
+
+/// Visits the pieces between carriage returns that aren't empty.
+template <class Visit>
+void ForEachLine(std::u16string_view text, Visit&& visit) {
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = FindAnyOf<u'\r'>(text, begin);
+    if (end > begin) visit(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
 }
 
 /// Lower case, without blank lines, a CR in front of each line.
 std::u16string TidyLines(std::u16string_view text) {
-  const std::u16string lower = ToLower(text);
-  std::vector<std::u16string_view> lines;
-  if (SplitAt(lower, u'\r', lines) == 0) return lower;
   std::u16string tidy;
-  tidy.reserve(lower.size() + 1);
-  for (const std::u16string_view line : lines) {
+  tidy.reserve(text.size() + 1);
+  bool hasLine = false;
+  ForEachLine(text, [&](std::u16string_view line) {
+    hasLine = true;
     if (!IsBlank(line)) tidy.append(1, u'\r').append(line);
-  }
+  });
+  if (!hasLine) tidy = text;
+  MakeLower(tidy);
   return tidy;
 }
 
@@ -88,8 +120,9 @@ bool StandsAtLineStart(std::u16string_view text, std::size_t at, std::size_t len
 }
 
 std::size_t CountLines(std::u16string_view text) {
-  std::vector<std::u16string_view> lines;
-  return SplitAt(text, u'\r', lines);
+  std::size_t count = 0;
+  ForEachLine(text, [&](std::u16string_view) { ++count; });
+  return count;
 }
 
 /// Two of the words open lines of the text, and the lines lie close together: the shape of a message's head. Only the
@@ -127,13 +160,15 @@ IndicatorResult RecognisedPage(const PageData& pageData, bool isClient) {
 }
 
 bool ShowsMail(std::u16string_view text, std::u16string_view captions, std::u16string_view url) {
-  if (HasCaptions(captions, kCommonCaptions)) return true;
+  const CaptionFinders& finders = CaptionFinders::Get();
+  if (HasCaptions(captions, finders.common)) return true;
   const std::u16string tidyText = TidyLines(text);
   if (HoldsMessageHead(tidyText, kCommonHeads)) return true;
   const std::u16string label = TopLevelLabel(url);
-  for (const Language& language : kLanguages) {
+  for (std::size_t i = 0; i < kLanguages.size(); ++i) {
+    const Language& language = kLanguages[i];
     if (std::ranges::find(language.labels, label) == language.labels.end()) continue;
-    return HasCaptions(captions, language.captions) || HoldsMessageHead(tidyText, language.heads);
+    return HasCaptions(captions, finders.languages[i]) || HoldsMessageHead(tidyText, language.heads);
   }
   return false;
 }

@@ -3,8 +3,8 @@
 
 #include <utility>
 
-#include "DetectionEngine/page/DecodedUrls.h"
 #include "DetectionEngine/page/DocumentReading.h"
+#include "DetectionEngine/page/PageUrls.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/url/UrlParser.h"
 
@@ -78,16 +78,8 @@ class ScriptReader {
   }
 
   void SortSources() {
-    DecodedUrls decoded;
-    for (const std::u16string& url : data_.absoluteSources) {
-      if (const DecodedUrls::Site* const site = decoded.Decode(url)) {
-        data_.validUrls.push_back(url);
-        AddTo(data_.urlTally, url);
-        AddTo(data_.hostTally, site->host);
-      } else {
-        data_.invalidUrls.push_back(url);
-      }
-    }
+    UrlSorter sorter(data_.validUrls, data_.urlTally, data_.hostTally, data_.invalidUrls);
+    for (const std::u16string& url : data_.absoluteSources) sorter.Add(url);
   }
 
   IHTMLDocument2& document_;

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // Links, images and scripts.
 #include <cstdint>
+#include <iterator>
 #include <limits>
+#include <random>
 
 #include "DetectionEngine/configuration/Configuration.h"
 #include "DetectionEngine/page/BrandCounts.h"
 #include "DetectionEngine/page/ImageCollector.h"
 #include "DetectionEngine/page/LinkCollector.h"
+#include "DetectionEngine/page/PageUrls.h"
 #include "DetectionEngine/page/ScriptCollector.h"
 #include "tests/page/Pages.h"
 
@@ -39,6 +42,28 @@ TEST(LinkCollector, SortsTargets) {
   EXPECT_EQ(links.otherUrlTally, (Tally{{u"mailto:x@y", 1}}));
   EXPECT_EQ(links.linkText, u" one two no link one");
   EXPECT_FALSE(links.brandCountsReady);
+}
+
+TEST(UrlHosts, GiveTheHostOfTheWholeUrl) {
+  constexpr std::u16string_view kPieces[] = {u"http://", u"https://", u"a.test", u"B.test.", u"/", u"\\",
+                                             u"?",       u"#",        u":80",    u":x",      u"@", u"user",
+                                             u" ",       u"%2e",      u"[",      u"\n",      u"",  u"\u00e4"};
+  UrlHosts hosts;
+  std::mt19937 random(7);
+  for (int round = 0; round < 20000; ++round) {
+    std::u16string url(random() % 2 == 0 ? u"http://" : u"https://");
+    for (auto length = random() % 6; length > 0; --length) url += kPieces[random() % std::size(kPieces)];
+    UrlParser parser;
+    const bool decodes = parser.DecodeUrl(url) == 0;
+    const std::u16string* const host = hosts.HostOf(url);
+    ASSERT_EQ(host != nullptr, decodes) << Narrow(url);
+    if (decodes) {
+      ASSERT_EQ(*host, parser.Record().HostName) << Narrow(url);
+    }
+  }
+  const std::u16string longest = u"http://a.test/" + std::u16string(kMaxUrlLength - 14, u'x');
+  EXPECT_NE(hosts.HostOf(longest), nullptr);
+  EXPECT_EQ(hosts.HostOf(longest + u"x"), nullptr);
 }
 
 std::string Image(std::string_view members) { return "{'IHTMLImgElement': {" + std::string(members) + "}}"; }

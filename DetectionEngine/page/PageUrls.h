@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the URLs of a page come to. A page names few hosts in many URLs, and many URLs more than once.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "DetectionEngine/page/PageData.h"
+
+namespace zeph {
+
+/// Adds to the count of a key.
+void AddTo(Tally& tally, std::u16string_view key, std::int32_t count = 1);
+
+/// The hosts of http and https URLs. Whether such a URL decodes, and to which host, hangs on its length and on what
+/// stands between the slashes alone: that is decoded once.
+class UrlHosts {
+ public:
+  /// The HostName of a URL for which IsHttpUrl holds; null when it can't be decoded. Lives as long as this object.
+  const std::u16string* HostOf(std::u16string_view url);
+
+ private:
+  std::map<std::u16string, std::optional<std::u16string>, std::less<>> hosts_;
+};
+
+/// Sorts http and https URLs into those that decode, which are counted by URL and by host, and those that don't.
+class UrlSorter {
+ public:
+  UrlSorter(std::vector<std::u16string>& validUrls, Tally& urlTally, Tally& hostTally,
+            std::vector<std::u16string>& invalidUrls)
+      : validUrls_(validUrls), urlTally_(urlTally), hostTally_(hostTally), invalidUrls_(invalidUrls) {}
+
+  void Add(const std::u16string& url);
+
+ private:
+  UrlHosts hosts_;
+  std::vector<std::u16string>& validUrls_;
+  Tally& urlTally_;
+  Tally& hostTally_;
+  std::vector<std::u16string>& invalidUrls_;
+};
+
+}  // namespace zeph
