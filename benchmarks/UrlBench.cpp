@@ -1,53 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a URL costs, against the time that libcurl takes to parse the same URL: every page load pays it, and every link
 // of a page the parsing. All figures of a case are of one run.
-#include <chrono>
-#include <random>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
-#include <benchmark/benchmark.h>
-#include <curl/curl.h>
-
-#include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/url/UrlAnalyzer.h"
 #include "DetectionEngine/url/UrlParser.h"
-#include "tests/url/RandomUrls.h"
+#include "benchmarks/UrlYardstick.h"
 
 namespace zeph {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double Nanoseconds(Clock::time_point begin) {
-  return std::chrono::duration<double, std::nano>(Clock::now() - begin).count();
-}
-
-/// The mean time that curl_url_set takes.
-double YardstickOf(const std::vector<std::u16string>& urls) {
-  std::vector<std::string> narrow;
-  for (const std::u16string& url : urls) narrow.push_back(Narrow(url));
-  CURLU* const handle = curl_url();
-  const std::size_t rounds = 1 + 50'000 / urls.size();
-  const Clock::time_point begin = Clock::now();
-  for (std::size_t round = 0; round < rounds; ++round) {
-    for (const std::string& url : narrow) {
-      if (curl_url_set(handle, CURLUPART_URL, url.c_str(), 0) != CURLUE_OK) std::abort();
-    }
-  }
-  const double mean = Nanoseconds(begin) / static_cast<double>(rounds * urls.size());
-  curl_url_cleanup(handle);
-  return mean;
-}
-
-std::vector<std::u16string> VariedUrls() {
-  RandomUrls random(1);
-  std::vector<std::u16string> urls;
-  while (urls.size() < 1000) urls.push_back(random.Usual());
-  return urls;
-}
-
-/// A table that knows most tokens of such URLs among 50,000, and 200 words.
+/// A table of 5,000 tokens, which knows many of those of such URLs, and 200 words.
 struct Knowledge {
   TokenTable table;
   WordSet words;
@@ -61,8 +26,8 @@ struct Knowledge {
       list.push_back(word);
     }
     words.Assign(list);
-    table.reserve(60'000);
-    while (table.size() < 50'000) {
+    table.reserve(6000);
+    while (table.size() < 5000) {
       const auto tokens = TokensOf(random.Usual(), words);
       for (const std::u16string& token : *tokens) {
         if (random.Below(3) != 0) table.insert_or_assign(token, static_cast<double>(1 + random.Below(999)) / 1000);
@@ -76,25 +41,10 @@ const Knowledge& Known() {
   return knowledge;
 }
 
-/// Runs work(url) over the URLs, one an iteration; the counters give the mean length and the ratio to the yardstick.
-template <class Work>
-void Measure(benchmark::State& state, const std::vector<std::u16string>& urls, Work work) {
-  const double yardstick = YardstickOf(urls);
-  std::size_t at = 0;
-  const Clock::time_point begin = Clock::now();
-  for (auto _ : state) work(at++ % urls.size());
-  const double mean = Nanoseconds(begin) / static_cast<double>(state.iterations());
-  std::size_t length = 0;
-  for (const std::u16string& url : urls) length += url.size();
-  state.counters["length"] = static_cast<double>(length) / static_cast<double>(urls.size());
-  state.counters["curl_ns"] = yardstick;
-  state.counters["curls"] = mean / yardstick;
-}
-
 void MeasureDecode(benchmark::State& state, const std::vector<std::u16string>& urls) {
-  Measure(state, urls, [&](std::size_t i) {
+  Measure(state, urls, [](const std::u16string& url) {
     UrlParser parser;
-    benchmark::DoNotOptimize(parser.DecodeUrl(urls[i]));
+    benchmark::DoNotOptimize(parser.DecodeUrl(url));
     benchmark::DoNotOptimize(parser.Record());
   });
 }
@@ -107,9 +57,11 @@ void MeasureRecordScore(benchmark::State& state, const std::vector<std::u16strin
     if (parser.DecodeUrl(url) != 0) std::abort();
     records.push_back(parser.TakeRecord());
   }
-  Measure(state, urls, [&](std::size_t i) {
+  std::size_t at = 0;
+  Measure(state, urls, [&](const std::u16string&) {
     UrlAnalyzer analyzer(known.table, known.words);
-    benchmark::DoNotOptimize(analyzer.Classify(records[i]));
+    benchmark::DoNotOptimize(analyzer.Classify(records[at]));
+    if (++at == records.size()) at = 0;
   });
 }
 
@@ -118,12 +70,11 @@ BENCHMARK(BM_Decode);
 
 /// A configuration's worth of rules that don't match.
 void BM_DecodeWithRedirectors(benchmark::State& state) {
-  const std::vector<std::u16string> urls = VariedUrls();
   std::vector<Redirector> rules;
   for (int i = 0; i < 100; ++i) rules.push_back({u"http://www.r" + NumberText(i) + u".test/go?", u"url", false, false});
-  Measure(state, urls, [&](std::size_t i) {
+  Measure(state, VariedUrls(), [&](const std::u16string& url) {
     UrlParser parser;
-    benchmark::DoNotOptimize(parser.DecodeWithRedirectors(urls[i], rules));
+    benchmark::DoNotOptimize(parser.DecodeWithRedirectors(url, rules));
   });
 }
 BENCHMARK(BM_DecodeWithRedirectors);
@@ -132,20 +83,19 @@ void BM_ScoreOfRecord(benchmark::State& state) { MeasureRecordScore(state, Varie
 BENCHMARK(BM_ScoreOfRecord);
 
 void BM_ScoreOfText(benchmark::State& state) {
-  const std::vector<std::u16string> urls = VariedUrls();
   const Knowledge& known = Known();
-  Measure(state, urls, [&](std::size_t i) {
+  Measure(state, VariedUrls(), [&](const std::u16string& url) {
     UrlAnalyzer analyzer(known.table, known.words);
-    benchmark::DoNotOptimize(analyzer.Classify(urls[i]));
+    benchmark::DoNotOptimize(analyzer.Classify(url));
   });
 }
 BENCHMARK(BM_ScoreOfText);
 
 /// As a classification scores a URL that it never saw: a miss of the cache, and its oldest entry overwritten.
 void BM_ScoreThroughCache(benchmark::State& state) {
-  const std::vector<std::u16string> urls = VariedUrls();
   const Knowledge& known = Known();
-  Measure(state, urls, [&](std::size_t i) { benchmark::DoNotOptimize(ScoreUrl(urls[i], known.table, known.words)); });
+  Measure(state, VariedUrls(),
+          [&](const std::u16string& url) { benchmark::DoNotOptimize(ScoreUrl(url, known.table, known.words)); });
 }
 BENCHMARK(BM_ScoreThroughCache);
 

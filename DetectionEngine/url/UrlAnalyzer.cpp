@@ -2,6 +2,7 @@
 #include "DetectionEngine/url/UrlAnalyzer.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 namespace zeph {
@@ -16,14 +17,9 @@ constexpr double kUnknownTokenProbability = 0.4F;
 /// Room for the texts of the tokens of a usual URL.
 constexpr std::size_t kUsualTexts = 512;
 
-/// The first eight units; texts that differ there are in the order of these numbers.
-std::array<std::uint64_t, 2> BeginningOf(std::u16string_view text) noexcept {
-  std::array<std::uint64_t, 2> beginning{};
-  for (std::size_t i = 0; i < 8; ++i) {
-    std::uint64_t& half = beginning[i / 4];
-    half = half << 16 | (i < text.size() ? text[i] : 0);
-  }
-  return beginning;
+/// The distance from a half, as a number that orders as distances do: the bits of a double that isn't negative.
+std::uint64_t StrengthOf(double probability) noexcept {
+  return std::bit_cast<std::uint64_t>(std::abs(probability - 0.5));
 }
 
 std::int32_t ClassOf(double score) noexcept {
@@ -60,14 +56,19 @@ std::int32_t UrlAnalyzer::Classify(const UrlRecord& record) { return ClassifyAny
 template <class Url>
 std::int32_t UrlAnalyzer::ClassifyAny(const Url& url) {
   count_ = 0;
+  weakest_.reset();
+  pushedOut_ = false;
+  taken_.reset();
   texts_.clear();
   Tokenize(url, words_, *this);
   score_ = 0.0;
   double forIt = 1.0;
   double against = 1.0;
+  const Positions byKey = ByKey();
   for (std::size_t i = 0; i < count_; ++i) {
-    forIt *= entries_[i].probability;
-    against *= 1.0 - entries_[i].probability;
+    const double probability = chosen_[byKey[i]].probability;
+    forIt *= probability;
+    against *= 1.0 - probability;
     score_ = forIt / (forIt + against);
   }
   return ClassOf(score_);
@@ -75,37 +76,93 @@ std::int32_t UrlAnalyzer::ClassifyAny(const Url& url) {
 
 std::map<std::u16string, double> UrlAnalyzer::ChosenTokens() const {
   std::map<std::u16string, double> tokens;
-  for (std::size_t i = 0; i < count_; ++i) tokens.emplace(TextOf(entries_[i]), entries_[i].probability);
+  for (std::size_t i = 0; i < count_; ++i) tokens.emplace(KeyOf(i), chosen_[i].probability);
   return tokens;
 }
 
-void UrlAnalyzer::Take(std::u16string_view token) {
-  const double* const known = table_.Find(token);
-  if (known == nullptr && token.starts_with(u"AG")) return;  // a host's characters count where the table knows them
-  const double probability = known != nullptr ? *known : kUnknownTokenProbability;
-  const double distance = std::abs(probability - 0.5);
-  if (count_ == kMostTokens) {
-    const auto weakest = std::min_element(entries_.begin(), entries_.end(),
-                                          [](const Entry& a, const Entry& b) { return a.distance < b.distance; });
-    if (!(weakest->distance < distance)) return;
-    std::move(weakest + 1, entries_.end(), weakest);
-    --count_;
+UrlAnalyzer::Positions UrlAnalyzer::ByKey() const noexcept {
+  Positions positions;
+  std::array<std::uint64_t, kMostTokens> sorted;
+  for (std::size_t i = 0; i < count_; ++i) {
+    const std::uint64_t beginning = beginnings_[i];
+    std::size_t at = i;
+    for (; at > 0 && sorted[at - 1] >= beginning; --at) {
+      if (sorted[at - 1] == beginning && KeyOf(positions[at - 1]) < KeyOf(i)) break;
+      sorted[at] = sorted[at - 1];
+      positions[at] = positions[at - 1];
+    }
+    sorted[at] = beginning;
+    positions[at] = static_cast<std::uint8_t>(i);
   }
-  Write(token, probability, distance);
+  return positions;
 }
 
-void UrlAnalyzer::Write(std::u16string_view token, double probability, double distance) {
-  const std::array<std::uint64_t, 2> beginning = BeginningOf(token);
-  const auto end = entries_.begin() + static_cast<std::ptrdiff_t>(count_);
-  const auto at = std::lower_bound(entries_.begin(), end, token, [&](const Entry& entry, std::u16string_view text) {
-    return entry.beginning != beginning ? entry.beginning < beginning : TextOf(entry) < text;
-  });
-  if (at != end && at->beginning == beginning && TextOf(*at) == token) return;
-  std::move_backward(at, end, end + 1);
-  *at = {beginning, static_cast<std::uint32_t>(texts_.size()), static_cast<std::uint32_t>(token.size()), probability,
-         distance};
-  texts_.append(token);
+std::size_t UrlAnalyzer::FindWeakest() const noexcept {
+  std::uint64_t least = strengths_[0];
+  for (std::size_t i = 1; i < count_; ++i) least = std::min(least, strengths_[i]);
+  std::size_t weakest = count_;
+  for (std::size_t i = 0; i < count_; ++i) {
+    if (strengths_[i] == least && (weakest == count_ || KeyPrecedes(i, weakest))) weakest = i;
+  }
+  return weakest;
+}
+
+bool UrlAnalyzer::IsChosen(std::uint64_t beginning, std::u16string_view token) const noexcept {
+  for (std::size_t i = 0; i < count_; ++i) {
+    if (beginnings_[i] == beginning && TextHash::Same(KeyOf(i), token)) return true;
+  }
+  return false;
+}
+
+std::optional<double> UrlAnalyzer::ProbabilityOf(std::u16string_view token) const noexcept {
+  if (const double* const known = table_.Find(token)) return *known;
+  if (token.starts_with(u"AG")) return std::nullopt;  // a host's characters count where the table knows them
+  return kUnknownTokenProbability;
+}
+
+bool UrlAnalyzer::MakePlace(std::uint64_t strength) noexcept {
+  if (count_ < kMostTokens) return true;
+  if (!weakest_) weakest_ = FindWeakest();
+  if (strengths_[*weakest_] >= strength) return false;
+  --count_;
+  beginnings_[*weakest_] = beginnings_[count_];
+  strengths_[*weakest_] = strengths_[count_];
+  chosen_[*weakest_] = chosen_[count_];
+  weakest_.reset();
+  pushedOut_ = true;
+  return true;
+}
+
+void UrlAnalyzer::Choose(std::uint64_t beginning, std::uint64_t strength, const Chosen& chosen) noexcept {
+  beginnings_[count_] = beginning;
+  strengths_[count_] = strength;
+  chosen_[count_] = chosen;
   ++count_;
+}
+
+void UrlAnalyzer::Take(std::u16string_view token) {
+  const std::uint64_t beginning = BeginningOf(token);
+  const bool wasFull = count_ == kMostTokens;
+  if (!wasFull && IsChosen(beginning, token)) return;
+  const std::optional<double> probability = ProbabilityOf(token);
+  if (!probability) return;
+  const std::uint64_t strength = StrengthOf(*probability);
+  if (!MakePlace(strength) || (wasFull && IsChosen(beginning, token))) return;
+  Choose(beginning, strength,
+         {*probability, static_cast<std::uint32_t>(texts_.size()), static_cast<std::uint32_t>(token.size())});
+  texts_.append(token);
+}
+
+void UrlAnalyzer::TakeFixed(FixedToken token) {
+  const bool cameBefore = taken_[token];
+  taken_[token] = true;
+  if (cameBefore && count_ < kMostTokens && !pushedOut_) return;  // it has its place, or doesn't count
+  const std::optional<double> probability = ProbabilityOf(TextOf(token));
+  if (!probability) return;
+  const std::uint64_t beginning = BeginningOf(token);
+  const std::uint64_t strength = StrengthOf(*probability);
+  if (!MakePlace(strength) || (cameBefore && IsChosen(beginning, TextOf(token)))) return;
+  Choose(beginning, strength, {*probability, token, 0});
 }
 
 std::optional<UrlScore> UrlScoreCache::Find(std::u16string_view url) const {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -51,29 +52,49 @@ class UrlAnalyzer final : private TokenSink {
   [[nodiscard]] std::map<std::u16string, double> ChosenTokens() const;
 
  private:
-  /// A token, with its beginning as a number that orders as the text does.
-  struct Entry {
-    std::array<std::uint64_t, 2> beginning;
-    std::uint32_t begin;  ///< into texts_
-    std::uint32_t length;
+  using Positions = std::array<std::uint8_t, kMostTokens>;
+  struct Chosen {
     double probability;
-    double distance;  ///< from a half
+    std::uint32_t begin;   ///< of the token, in texts_; of a fixed one, its number
+    std::uint32_t length;  ///< 0 for a fixed one
   };
 
   void Take(std::u16string_view token) override;
-  void Write(std::u16string_view token, double probability, double distance);
+  void TakeFixed(FixedToken token) override;
+  /// What the table says of the token; nothing for one that doesn't count.
+  [[nodiscard]] std::optional<double> ProbabilityOf(std::u16string_view token) const noexcept;
+  /// True when there is a place for a token of this strength, perhaps since the weakest was pushed out for it.
+  bool MakePlace(std::uint64_t strength) noexcept;
+  /// True when it is among the chosen.
+  [[nodiscard]] bool IsChosen(std::uint64_t beginning, std::u16string_view token) const noexcept;
+  void Choose(std::uint64_t beginning, std::uint64_t strength, const Chosen& chosen) noexcept;
+  /// Of equally weak ones the first in key order.
+  [[nodiscard]] std::size_t FindWeakest() const noexcept;
+  /// The positions of the chosen in key order.
+  [[nodiscard]] Positions ByKey() const noexcept;
+  [[nodiscard]] std::u16string_view KeyOf(std::size_t position) const noexcept {
+    const Chosen& chosen = chosen_[position];
+    if (chosen.length == 0) return TextOf(static_cast<FixedToken>(chosen.begin));
+    return std::u16string_view(texts_).substr(chosen.begin, chosen.length);
+  }
+  [[nodiscard]] bool KeyPrecedes(std::size_t a, std::size_t b) const noexcept {
+    return beginnings_[a] != beginnings_[b] ? beginnings_[a] < beginnings_[b] : KeyOf(a) < KeyOf(b);
+  }
   template <class Url>
   std::int32_t ClassifyAny(const Url& url);
-  [[nodiscard]] std::u16string_view TextOf(const Entry& entry) const noexcept {
-    return std::u16string_view(texts_).substr(entry.begin, entry.length);
-  }
 
   const TokenTable& table_;
   const WordSet& words_;
   double score_ = -1.0;
-  std::array<Entry, kMostTokens> entries_;  ///< the first count_, in key order
+  // Of the chosen, count_ of them in no order.
   std::size_t count_ = 0;
-  std::u16string texts_;
+  std::array<std::uint64_t, kMostTokens> beginnings_;
+  std::array<std::uint64_t, kMostTokens> strengths_;
+  std::array<Chosen, kMostTokens> chosen_;
+  std::optional<std::size_t> weakest_;   ///< while it is known
+  bool pushedOut_ = false;               ///< some token was
+  std::bitset<kFixedTokenCount> taken_;  ///< fixed tokens, while nothing was pushed out
+  std::u16string texts_;                 ///< of all that were ever chosen for this URL, but the fixed ones
 };
 
 /// The scores of the last URLs. Any thread.

@@ -51,7 +51,7 @@ constexpr std::int32_t kMaxPort = 65535;
 
 bool IsAsciiLetter(char16_t c) noexcept { return (c | 0x20) >= u'a' && (c | 0x20) <= u'z'; }
 
-bool IsControl(char16_t c) noexcept { return c < 0x20 || c == 0x7F; }
+constexpr bool IsControl(char16_t c) noexcept { return c < 0x20 || c == 0x7F; }
 
 const Scheme& FindScheme(std::u16string_view name) noexcept {
   for (const Scheme& scheme : kSchemes) {
@@ -63,27 +63,79 @@ const Scheme& FindScheme(std::u16string_view name) noexcept {
   return kUnknownScheme;
 }
 
-/// user:password@host:port. False for a port that is none.
-bool CrackAuthority(std::u16string_view authority, CrackedUrl& url) noexcept {
-  if (const std::size_t at = authority.rfind(u'@'); at != kNone) {
-    const std::u16string_view user = authority.substr(0, at);
+/// What an ASCII character means between "//" and the path.
+enum Mark : std::uint8_t { kNoMark, kEnd, kBackslash, kAt, kColon, kForbidden };
+
+constexpr auto kMarks = [] {
+  std::array<Mark, 0x80> marks{};
+  for (std::size_t c = 0; c < marks.size(); ++c) marks[c] = IsControl(static_cast<char16_t>(c)) ? kForbidden : kNoMark;
+  for (const char16_t c : std::u16string_view(u"/?#")) marks[c] = kEnd;
+  for (const char16_t c : std::u16string_view(u"[]")) marks[c] = kForbidden;
+  marks[u'\\'] = kBackslash;
+  marks[u'@'] = kAt;
+  marks[u':'] = kColon;
+  return marks;
+}();
+
+/// The text from "//" to the path, and where in it the host is looked for.
+struct Authority {
+  std::size_t end = 0;
+  std::size_t host = 0;           ///< behind the last "@"
+  std::size_t hostColon = kNone;  ///< the first from there on
+  bool isForbidden = false;       ///< from there on something is what no host has
+};
+
+Authority ScanAuthority(std::u16string_view text, const Scheme& scheme) noexcept {
+  Authority authority;
+  for (std::size_t& at = authority.end; at < text.size(); ++at) {
+    switch (text[at] < kMarks.size() ? kMarks[text[at]] : kNoMark) {
+      case kEnd:
+        return authority;
+      case kBackslash:
+        if (scheme.backslashIsSlash) return authority;
+        break;
+      case kAt:
+        if (scheme.hasUserAndPort) authority = {at, at + 1, kNone, false};
+        break;
+      case kColon:
+        authority.hostColon = std::min(authority.hostColon, at);
+        break;
+      case kForbidden:
+        authority.isForbidden = true;
+        break;
+      case kNoMark:
+        break;
+    }
+  }
+  return authority;
+}
+
+/// Decimal digits up to kMaxPort; nothing for any other text.
+std::optional<std::int32_t> ReadPort(std::u16string_view text) noexcept {
+  std::int32_t port = 0;
+  for (const char16_t c : text) {
+    if (!IsDigit(c)) return std::nullopt;
+    port = port * 10 + (c - u'0');
+    if (port > kMaxPort) return std::nullopt;
+  }
+  return port;
+}
+
+/// Takes user:password@host:port. False for what is none.
+bool CrackUserAndPort(std::u16string_view text, const Authority& authority, CrackedUrl& url) noexcept {
+  if (authority.host > 0) {
+    const std::u16string_view user = text.substr(0, authority.host - 1);
     const std::size_t colon = std::min(user.find(u':'), user.size());
     url.userName = user.substr(0, colon);
     url.password = user.substr(std::min(colon + 1, user.size()));
-    authority.remove_prefix(at + 1);
   }
-  const std::size_t colon = authority.find(u':');
-  url.host = authority.substr(0, colon);
-  if (colon == kNone || colon + 1 == authority.size()) return true;
-  std::int32_t port = 0;
-  for (const char16_t c : authority.substr(colon + 1)) {
-    if (!IsDigit(c)) return false;
-    port = port * 10 + (c - u'0');
-    if (port > kMaxPort) return false;
-  }
-  url.port = port;
-  url.portIsNamed = true;
-  return true;
+  const std::size_t hostEnd = std::min(authority.hostColon, authority.end);
+  url.host = text.substr(authority.host, hostEnd - authority.host);
+  if (hostEnd + 1 >= authority.end) return true;
+  const std::optional<std::int32_t> port = ReadPort(text.substr(hostEnd + 1, authority.end - hostEnd - 1));
+  url.port = port.value_or(0);
+  url.portIsNamed = port.has_value();
+  return url.portIsNamed;
 }
 
 bool IsDrive(std::u16string_view authority) noexcept {
@@ -145,21 +197,16 @@ std::optional<CrackedUrl> CrackUrl(std::u16string_view text) noexcept {
   if (scheme.authority == Scheme::kHostNeeded && !hasSlashes) return std::nullopt;
   if (scheme.authority != Scheme::kNoHost && hasSlashes) {
     text.remove_prefix(2);
-    std::size_t end = 0;
-    while (end < text.size() && !isSlash(text[end]) && text[end] != u'?' && text[end] != u'#') ++end;
+    Authority authority = ScanAuthority(text, scheme);
     if (scheme.hasUserAndPort) {
-      if (!CrackAuthority(text.substr(0, end), url)) return std::nullopt;
-    } else if (scheme.backslashIsSlash && IsDrive(text.substr(0, end))) {
-      end = 0;
+      if (!CrackUserAndPort(text, authority, url)) return std::nullopt;
+    } else if (scheme.backslashIsSlash && IsDrive(text.substr(0, authority.end))) {
+      authority.end = 0;
     } else {
-      url.host = text.substr(0, end);
+      url.host = text.substr(0, authority.end);
     }
-    if (scheme.authority == Scheme::kHostNeeded && url.host.empty()) return std::nullopt;
-    if (std::any_of(url.host.begin(), url.host.end(),
-                    [](char16_t c) { return c == u'[' || c == u']' || IsControl(c); })) {
-      return std::nullopt;
-    }
-    text.remove_prefix(end);
+    if (authority.isForbidden || (scheme.authority == Scheme::kHostNeeded && url.host.empty())) return std::nullopt;
+    text.remove_prefix(authority.end);
   }
   std::size_t end = text.size();
   if (scheme.hasExtra) {

@@ -23,23 +23,20 @@ void LogUrl(const char* label, std::u16string_view url, int level) {
       label, [&] { return Narrow(url); }, level);
 }
 
-/// What a browser would never take for a host, also when escapes hide it.
-bool IsImpossibleHost(std::u16string_view host) noexcept {
-  return std::any_of(host.begin(), host.end(),
-                     [](char16_t c) { return c < 0x20 || c == 0x7F || c == u'[' || c == u']'; });
+/// Escapes in the host hid what a browser would never take for one; the cracker sees to what stands there openly.
+bool HidesForbidden(std::u16string_view host, std::u16string_view decoded) noexcept {
+  return decoded.size() < host.size() && std::any_of(decoded.begin(), decoded.end(), [](char16_t c) {
+           return c < 0x20 || c == 0x7F || c == u'[' || c == u']';
+         });
 }
 
+bool Holds(std::u16string_view text, char16_t c) noexcept { return text.find(c) != kNone; }
+
 std::u16string DecodePath(const CrackedUrl& url) {
-  if (!url.backslashIsSlash || url.path.find(u'\\') == kNone) return DecodeEscapes(url.path);
+  if (!url.backslashIsSlash || !Holds(url.path, u'\\')) return DecodeEscapes(url.path);
   std::u16string path(url.path);
   std::replace(path.begin(), path.end(), u'\\', u'/');
   return DecodeEscapes(path);
-}
-
-/// "%" as "%25".
-std::u16string WithPercentEscaped(std::u16string path) {
-  if (path.find(u'%') != kNone) ReplaceAll(path, u"%", u"%25");
-  return path;
 }
 
 /// Some dot-separated piece is longer than one character and begins with 0x.
@@ -118,14 +115,15 @@ void Normalize(UrlRecord& record) {
 }
 
 /// Puts the host's ASCII form in the place of an internationalised one, in the URL too.
-void ConvertHost(const CrackedUrl& url, UrlRecord& record, std::u16string_view decodedPath) {
+void ConvertHost(const CrackedUrl& url, UrlRecord& record) {
+  if (std::all_of(record.HostName.begin(), record.HostName.end(), [](char16_t c) { return c < 0x80; })) return;
   std::u16string ascii = IdnToAscii(record.HostName);
   if (ascii.empty() || ascii == record.HostName) return;
   record.HostName = std::move(ascii);
   std::optional<std::int32_t> port;
   if (url.portIsNamed) port = url.port;
   std::optional<std::u16string> rebuilt = CreateUrl(
-      {record.Scheme, record.UserName, record.Password, record.HostName, decodedPath, record.ExtraInfo, port});
+      {record.Scheme, record.UserName, record.Password, record.HostName, record.UrlPath, record.ExtraInfo, port});
   if (rebuilt) record.RawUrl = *std::move(rebuilt);  // too long once escaped: it stays as it came
   LogUrl("Punicoded URL", record.RawUrl, kLogDetail);
 }
@@ -188,10 +186,10 @@ int UrlParser::DecodeUrl(std::u16string_view rawUrl) {
     return -1;
   }
   const std::optional<CrackedUrl> url = CrackUrl(TrimUrl(rawUrl));
-  UrlRecord record;
-  if (url) record.HostName = DecodeEscapes(url->host);
-  if (!url || IsImpossibleHost(record.HostName)) {
-    hostIsBracketed_ = rawUrl.find(u'[') != kNone && rawUrl.find(u']') != kNone;
+  std::u16string host;
+  if (url) host = DecodeEscapes(url->host);
+  if (!url || HidesForbidden(url->host, host)) {
+    hostIsBracketed_ = Holds(rawUrl, u'[') && Holds(rawUrl, u']');
     LogUrl("UrlParser::Decode - InternetCrackUrlW returned FALSE", rawUrl, kLogError);
     return -1;
   }
@@ -199,20 +197,20 @@ int UrlParser::DecodeUrl(std::u16string_view rawUrl) {
     LogUrl("UrlParser::Decode - Internet scheme is INTERNET_SCHEME_UNKNOWN", rawUrl, kLogError);
     return -1;
   }
-  record.RawUrl = rawUrl;
-  record.Scheme = url->scheme;
-  record.UserName = DecodeEscapes(url->userName);
-  record.Password = DecodeEscapes(url->password);
-  record.ExtraInfo = DecodeEscapes(url->extra);
-  record.Port = url->port;
-  record.PortImplied = !record.HostName.empty() && !url->portIsNamed;
-  std::u16string path = DecodePath(*url);
-  ConvertHost(*url, record, path);
-  record.UrlPath = WithPercentEscaped(std::move(path));
-  AnalyseHost(record);
-  SplitPath(record);
-  Normalize(record);
-  record_ = std::move(record);
+  record_.RawUrl = rawUrl;
+  record_.Scheme = url->scheme;
+  record_.HostName = std::move(host);
+  record_.Port = url->port;
+  record_.PortImplied = !record_.HostName.empty() && !url->portIsNamed;
+  record_.UserName = DecodeEscapes(url->userName);
+  record_.Password = DecodeEscapes(url->password);
+  record_.UrlPath = DecodePath(*url);
+  record_.ExtraInfo = DecodeEscapes(url->extra);
+  ConvertHost(*url, record_);
+  if (Holds(record_.UrlPath, u'%')) ReplaceAll(record_.UrlPath, u"%", u"%25");
+  AnalyseHost(record_);
+  SplitPath(record_);
+  Normalize(record_);
   return 0;
 }
 

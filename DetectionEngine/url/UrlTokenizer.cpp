@@ -3,9 +3,9 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdint>
 #include <iterator>
+#include <utility>
 
 #include "DetectionEngine/platform/CharacterClass.h"
 #include "DetectionEngine/platform/CodePage.h"
@@ -20,7 +20,7 @@ constexpr std::size_t kNone = std::u16string_view::npos;
 constexpr std::size_t kLongestExtension = 4;  ///< a file name with a longer one counts as a folder
 constexpr std::size_t kLongestNumbered = 8;   ///< a longer word isn't looked at for digits at its end
 
-bool IsAsciiLetter(char16_t c) noexcept { return static_cast<char16_t>((c | 0x20) - u'a') < 26; }
+constexpr bool IsAsciiLetter(char16_t c) noexcept { return static_cast<char16_t>((c | 0x20) - u'a') < 26; }
 
 /// Words are runs of ASCII letters and of what lies above Latin-1.
 bool IsWordUnit(char16_t c) noexcept { return IsAsciiLetter(c) || c > 255; }
@@ -115,24 +115,44 @@ struct Parts {
 
 class Emission {
  public:
-  Emission(const WordSet& words, TokenSink& sink) : words_(words), sink_(sink) {
-    token_.reserve(kUsualToken);
-    word_.reserve(kUsualToken);
+  Emission(const WordSet& words, TokenSink& sink) : words_(words), sink_(sink) { word_.reserve(kUsualToken); }
+
+  void Emit(FixedToken token) { sink_.TakeFixed(token); }
+
+  void Emit(std::u16string_view code, std::u16string_view value) {
+    const std::size_t length = code.size() + value.size();
+    if (length > token_.size()) token_.resize(2 * length);
+    std::copy(value.begin(), value.end(), std::copy(code.begin(), code.end(), token_.begin()));
+    sink_.Take(std::u16string_view(token_).substr(0, length));
   }
 
-  void Emit(std::u16string_view code, std::u16string_view value = {}) {
-    token_.assign(code);
-    token_.append(value);
-    sink_.Take(token_);
+  void EmitCount(const FixedCounts& counts, std::size_t count) {
+    if (count < counts.count) {
+      Emit(static_cast<FixedToken>(counts.first + count));
+    } else {
+      Emit(counts.code, NumberText(static_cast<std::int64_t>(count)));
+    }
+  }
+  /// The mark for a count that is none of these.
+  void EmitCount(const FixedCounts& counts, std::size_t count, FixedToken above) {
+    Emit(count < counts.count ? static_cast<FixedToken>(counts.first + count) : above);
   }
 
   void EmitParts(const Parts& parts) {
     const PathParts path = SplitPath(parts.path);
-    Emit(u"BD*", parts.scheme);
-    if (parts.hasCredentials) Emit(u"BW*1");
-    EmitNumber(u"BE*", parts.port);
+    EmitScheme(parts.scheme);
+    if (parts.hasCredentials) Emit(Fixed(u"BW*1"));
+    if (parts.port == -1) {
+      Emit(Fixed(u"BE*-1"));
+    } else {
+      Emit(u"BE*", NumberText(parts.port));
+    }
     EmitWords(path.base, u"AF*");
-    Emit(u"BH*", path.extension);
+    if (path.extension.empty()) {
+      Emit(Fixed(u"BH*"));
+    } else {
+      Emit(u"BH*", path.extension);
+    }
     EmitHost(parts.host);
     EmitDirectory(path.directory);
     if (!parts.query.empty()) EmitQuery(parts.query);
@@ -141,57 +161,40 @@ class Emission {
  private:
   static constexpr std::size_t kUsualToken = 64;
 
-  void EmitNumber(std::u16string_view code, std::int64_t number) {
-    std::array<char, 24> digits{};
-    const char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-    token_.assign(code);
-    token_.append(static_cast<const char*>(digits.data()), end);
-    sink_.Take(token_);
+  void EmitScheme(std::u16string_view scheme) {
+    if (scheme == u"http") {
+      Emit(Fixed(u"BD*http"));
+    } else if (scheme == u"https") {
+      Emit(Fixed(u"BD*https"));
+    } else {
+      Emit(u"BD*", scheme);
+    }
   }
 
   void EmitHost(std::u16string_view host) {
     if (const auto address = FindAddress(host)) {
-      Emit(u"BI*AJ");
+      Emit(Fixed(u"BI*AJ"));
       Emit(u"BJ*", NumberText((*address)[0]) + u"." + NumberText((*address)[1]));
       return;
     }
-    EmitHostCharacters(host);
-    Emit(u"BI*AM");
-    const std::size_t hyphens = CountChar(host, u'-');
-    if (hyphens > 5) {
-      Emit(u"BQ*AQ");
-    } else if (hyphens > 3) {
-      Emit(u"BQ*AP");
-    } else {
-      EmitNumber(u"BQ*", static_cast<std::int64_t>(hyphens));
-    }
-    EmitNumber(u"BT*", static_cast<std::int64_t>(CountChar(host, u'.')));
-    EmitLabels(host);
-  }
-
-  void EmitHostCharacters(std::u16string_view host) {
-    constexpr std::u16string_view kHex = u"0123456789abcdef";
     std::size_t digits = 0;
-    token_.assign(u"AGAE*");
-    const std::size_t code = token_.size();
+    std::size_t hyphens = 0;
+    std::size_t dots = 0;
     for (const char16_t c : host) {
-      token_.resize(code);
-      if (IsAsciiLetter(c) || IsDigit(c)) {
-        digits += IsDigit(c) ? 1 : 0;
-        token_.push_back(c);
+      digits += IsDigit(c) ? 1 : 0;
+      hyphens += c == u'-' ? 1 : 0;
+      dots += c == u'.' ? 1 : 0;
+      if (c < 0x80) {
+        Emit(FixedCharacter(c));
       } else {
-        token_.push_back(u'%');
-        int shift = 12;
-        while (shift > 0 && c >> shift == 0) shift -= 4;
-        for (; shift >= 0; shift -= 4) token_.push_back(kHex[c >> shift & 15]);
+        sink_.Take(HostCharacterToken(c));
       }
-      sink_.Take(token_);
     }
-    if (digits > 10) {
-      Emit(u"ALAE*AS");
-    } else {
-      EmitNumber(u"ALAE*", static_cast<std::int64_t>(digits));
-    }
+    EmitCount(CountsOf(u"ALAE*"), digits, Fixed(u"ALAE*AS"));
+    Emit(Fixed(u"BI*AM"));
+    EmitCount(CountsOf(u"BQ*"), hyphens, hyphens <= 5 ? Fixed(u"BQ*AP") : Fixed(u"BQ*AQ"));
+    EmitCount(CountsOf(u"BT*"), dots);
+    EmitLabels(host);
   }
 
   void EmitLabels(std::u16string_view host) {
@@ -223,17 +226,25 @@ class Emission {
     const std::u16string_view lastWord = EmitWords(directory, u"BK*");
     if (lastWord.size() <= kLongestNumbered) {
       const auto behind = std::find_if_not(lastWord.rbegin(), lastWord.rend(), IsForeignDigit);
-      if (behind != lastWord.rbegin()) EmitNumber(u"CG*", behind - lastWord.rbegin());
+      if (behind != lastWord.rbegin()) Emit(u"CG*", NumberText(behind - lastWord.rbegin()));
     }
-    EmitCount(u"BKBL*", CountChar(directory, u'/'), 12, u"AT");
-    if (directory.find(u"/.") != kNone) Emit(u"BX*1");
-    if (directory.size() > 200) {
-      Emit(u"BKBM*AN");
-    } else {
-      EmitNumber(u"BKBM*AK", static_cast<std::int64_t>(directory.size() / 20));
+    std::size_t slashes = 0;
+    std::size_t tildes = 0;
+    std::size_t dots = 0;
+    bool hidesFolder = false;
+    for (std::size_t i = 0; i < directory.size(); ++i) {
+      const char16_t c = directory[i];
+      slashes += c == u'/' ? 1 : 0;
+      tildes += c == u'~' ? 1 : 0;
+      dots += c == u'.' ? 1 : 0;
+      hidesFolder |= c == u'.' && i > 0 && directory[i - 1] == u'/';
     }
-    EmitCount(u"BKBN*", CountChar(directory, u'~'), 1, u"AR");
-    EmitCount(u"BKBO*", CountChar(directory, u'.'), 3, u"AO");
+    EmitCount(CountsOf(u"BKBL*"), slashes, Fixed(u"BKBL*AT"));
+    if (hidesFolder) Emit(Fixed(u"BX*1"));
+    const bool isLong = directory.size() > 200;
+    EmitCount(CountsOf(u"BKBM*AK"), isLong ? kNone : directory.size() / 20, Fixed(u"BKBM*AN"));
+    EmitCount(CountsOf(u"BKBN*"), tildes, Fixed(u"BKBN*AR"));
+    EmitCount(CountsOf(u"BKBO*"), dots, Fixed(u"BKBO*AO"));
   }
 
   void EmitQuery(std::u16string_view query) {
@@ -242,16 +253,7 @@ class Emission {
       AnalyseCleaned(piece.substr(0, equals), false, u"AIBY*");
       if (equals != kNone) AnalyseCleaned(piece.substr(equals + 1), true, u"AIBZ*");
     });
-    EmitNumber(u"AICD*", static_cast<std::int64_t>(pieces));
-  }
-
-  /// The count, or the mark for one above the limit.
-  void EmitCount(std::u16string_view code, std::size_t count, std::size_t limit, std::u16string_view above) {
-    if (count > limit) {
-      Emit(code, above);
-    } else {
-      EmitNumber(code, static_cast<std::int64_t>(count));
-    }
+    EmitCount(CountsOf(u"AICD*"), pieces);
   }
 
   void EmitHyphenWords(std::u16string_view text) {
@@ -281,12 +283,7 @@ class Emission {
     if (word.empty()) return;
     word_.assign(word);
     MakeLower(word_);
-    constexpr std::array<std::size_t, 5> kLengths = {50, 40, 35, 30, 20};
-    if (const auto limit =
-            std::find_if(kLengths.begin(), kLengths.end(), [&](std::size_t n) { return word.size() > n; });
-        limit != kLengths.end()) {
-      EmitNumber(u"BP*", static_cast<std::int64_t>(*limit));
-    }
+    EmitLength(word.size());
     words_.CutOut(word_, [&](std::u16string_view found) {
       Emit(code, found);
       Emit(u"BG*", found);
@@ -294,9 +291,20 @@ class Emission {
     ForEachWord(word_, [&](std::u16string_view left) { Emit(code, left); });
   }
 
+  void EmitLength(std::size_t length) {
+    constexpr std::pair<std::size_t, FixedToken> kLengths[] = {{50, Fixed(u"BP*50")},
+                                                               {40, Fixed(u"BP*40")},
+                                                               {35, Fixed(u"BP*35")},
+                                                               {30, Fixed(u"BP*30")},
+                                                               {20, Fixed(u"BP*20")}};
+    for (const auto& [limit, token] : kLengths) {
+      if (length > limit) return Emit(token);
+    }
+  }
+
   const WordSet& words_;
   TokenSink& sink_;
-  std::u16string token_;
+  std::u16string token_ = std::u16string(kUsualToken, u'\0');  ///< room for a token
   std::u16string word_;
 };
 
@@ -430,7 +438,7 @@ bool Tokenize(std::u16string_view text, const WordSet& words, TokenSink& sink) {
   UrlLexer lexer;
   if (!lexer.Lex(url)) return false;
   Emission emission(words, sink);
-  if (hasEscapes) emission.Emit(isBroken ? u"CF*1" : u"CE*1");
+  if (hasEscapes) emission.Emit(isBroken ? Fixed(u"CF*1") : Fixed(u"CE*1"));
   emission.EmitParts(lexer.Get());
   return true;
 }

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "DetectionEngine/url/FixedTokens.h"
 #include "DetectionEngine/url/UrlRecord.h"
 #include "DetectionEngine/url/WordSet.h"
 
@@ -18,6 +19,8 @@ namespace zeph {
 class TokenSink {
  public:
   virtual void Take(std::u16string_view token) = 0;
+  /// One whose text is known beforehand: such tokens come this way alone.
+  virtual void TakeFixed(FixedToken token) { Take(TextOf(token)); }
 
  protected:
   ~TokenSink() = default;
