@@ -184,7 +184,9 @@ TEST_F(ServerExchange, TrustsAnAuthorityAndNotADateOrAName) {
     ConnectTo(server.Port());
     std::filesystem::remove(folder_ / "zeph0.log");
     EXPECT_EQ(Exchange(), row.answer) << row.what;
-    EXPECT_EQ(Log().find("Invalid Certificate error contacting server") == std::string::npos, row.known) << row.what << "\n" << Log();
+    EXPECT_EQ(Log().find("Invalid Certificate error contacting server") == std::string::npos, row.known)
+        << row.what << "\n"
+        << Log();
   }
 }
 

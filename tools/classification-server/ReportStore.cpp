@@ -52,7 +52,7 @@ ReportStore::ReportStore(const std::string& path) : path_(path) {
   const int opened = sqlite3_open_v2(path.c_str(), &database_,
                                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
   if (database_ != nullptr) sqlite3_busy_timeout(database_, kBusyMs);
-  if (opened != SQLITE_OK || !Execute(database_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;") ||
+  if (opened != SQLITE_OK || !Execute(database_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;") ||
       !Execute(database_,
                "CREATE TABLE IF NOT EXISTS reports (url TEXT NOT NULL, code INTEGER NOT NULL, context TEXT NOT NULL,"
                " first TEXT NOT NULL, latest TEXT NOT NULL, count INTEGER NOT NULL,"

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/classification-server/Server.h"
 
-#include <array>
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <thread>
@@ -18,6 +21,7 @@
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/ssl.hpp>
+#include <sys/resource.h>
 
 #include "DetectionEngine/engine/DebugLog.h"
 #include "tools/classification-server/Activity.h"
@@ -38,6 +42,8 @@ using Response = http::response<http::string_body>;
 
 constexpr std::chrono::seconds kClientTimeout{10};  ///< for a handshake, for a request to come, for an answer to go
 constexpr std::chrono::seconds kStopTimeout{5};
+constexpr std::chrono::milliseconds kStopLook{10};     ///< how often to see whether all is answered
+constexpr std::chrono::milliseconds kAcceptPause{50};  ///< when there is no room for another connection
 constexpr std::uint32_t kHeaderLimit = 8 * 1024;
 constexpr std::size_t kAddressesWatched = 100'000;
 constexpr int kServerModule = 1;  ///< the log file of servers
@@ -216,7 +222,8 @@ class Session : public std::enable_shared_from_this<Session> {
 /// One look at the status page, over plain HTTP.
 class StatusSession : public std::enable_shared_from_this<StatusSession> {
  public:
-  StatusSession(tcp::socket socket, Shared& shared) : shared_(shared), stream_(std::move(socket)) {}
+  StatusSession(tcp::socket socket, Shared& shared)
+      : seat_(shared.connections), shared_(shared), stream_(std::move(socket)) {}
 
   void Start() {
     stream_.expires_after(kClientTimeout);
@@ -239,6 +246,7 @@ class StatusSession : public std::enable_shared_from_this<StatusSession> {
     });
   }
 
+  Counted seat_;
   Shared& shared_;
   beast::tcp_stream stream_;
   beast::flat_buffer buffer_{kHeaderLimit};
@@ -246,12 +254,15 @@ class StatusSession : public std::enable_shared_from_this<StatusSession> {
   Response response_;
 };
 
-tcp::acceptor Listen(asio::io_context& io, const std::string& address, std::uint16_t port) {
+/// All that takes connections and ends it runs on one strand.
+using Control = asio::strand<asio::io_context::executor_type>;
+
+tcp::acceptor Listen(const Control& control, const std::string& address, std::uint16_t port) {
   boost::system::error_code error;
   const auto ip = asio::ip::make_address(address, error);
   if (error) throw std::runtime_error(address + ": " + error.message());
   try {
-    tcp::acceptor acceptor(io, tcp::endpoint(ip, port), true);
+    tcp::acceptor acceptor(control, tcp::endpoint(ip, port), true);
     acceptor.listen(asio::socket_base::max_listen_connections);
     return acceptor;
   } catch (const boost::system::system_error& failure) {
@@ -262,19 +273,26 @@ tcp::acceptor Listen(asio::io_context& io, const std::string& address, std::uint
 /// Accepts until the acceptor is closed; each connection on a strand of its own.
 template <class Take>
 void AcceptAll(asio::io_context& io, tcp::acceptor& acceptor, Take take) {
-  acceptor.async_accept(asio::make_strand(io),
-                        [&io, &acceptor, take](boost::system::error_code error, tcp::socket socket) {
-                          if (!acceptor.is_open()) return;
-                          if (!error) take(std::move(socket));
-                          AcceptAll(io, acceptor, take);
-                        });
+  acceptor.async_accept(
+      asio::make_strand(io), [&io, &acceptor, take](boost::system::error_code error, tcp::socket socket) {
+        if (!acceptor.is_open()) return;
+        if (!error) {
+          take(std::move(socket));
+          return AcceptAll(io, acceptor, take);
+        }
+        // No descriptor is free, most likely, and none will be at once.
+        const auto pause = std::make_shared<asio::steady_timer>(acceptor.get_executor(), kAcceptPause);
+        pause->async_wait([&io, &acceptor, take, pause](boost::system::error_code) {
+          if (acceptor.is_open()) AcceptAll(io, acceptor, take);
+        });
+      });
 }
 
 /// Lets what is under way be answered, but not for ever; kept connections that are idle don't count.
 void StopWhenDone(asio::io_context& io, asio::steady_timer& timer, const Shared& shared,
                   std::chrono::steady_clock::time_point deadline) {
   if (shared.underWay == 0 || std::chrono::steady_clock::now() >= deadline) return io.stop();
-  timer.expires_after(std::chrono::milliseconds(10));
+  timer.expires_after(kStopLook);
   timer.async_wait(
       [&io, &timer, &shared, deadline](boost::system::error_code) { StopWhenDone(io, timer, shared, deadline); });
 }
@@ -291,33 +309,47 @@ asio::ssl::context MakeTls(const ServerOptions& options) {
   return tls;
 }
 
+/// Each connection takes a descriptor, and the usual limit is below what a server may need.
+void RaiseDescriptorLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 }  // namespace
 
 void Serve(const ServerOptions& options, void (*ready)(std::uint16_t port, std::uint16_t statusPort)) {
+  RaiseDescriptorLimit();
   Shared shared(options);
   {
     asio::io_context io(static_cast<int>(options.threads));
     asio::ssl::context tls = MakeTls(options);
-    tcp::acceptor acceptor = Listen(io, options.listenAddress, options.listenPort);
+    const Control control = asio::make_strand(io);
+    tcp::acceptor acceptor = Listen(control, options.listenAddress, options.listenPort);
     std::optional<tcp::acceptor> statusAcceptor;
-    if (!options.statusAddress.empty()) statusAcceptor = Listen(io, options.statusAddress, options.statusPort);
+    if (!options.statusAddress.empty()) statusAcceptor = Listen(control, options.statusAddress, options.statusPort);
 
+    // A socket that isn't taken closes.
+    const auto hasRoom = [&shared] {
+      if (shared.connections < shared.connectionLimit) return true;
+      shared.activity.NoteRefusal();
+      return false;
+    };
     AcceptAll(io, acceptor, [&](tcp::socket socket) {
-      if (shared.connections >= shared.connectionLimit) {
-        shared.activity.NoteRefusal();
-        return;  // the socket closes with its owner
-      }
+      if (!hasRoom()) return;
       boost::system::error_code ignored;
       socket.set_option(tcp::no_delay(true), ignored);
       std::make_shared<Session>(std::move(socket), tls, shared)->Start();
     });
     if (statusAcceptor) {
-      AcceptAll(io, *statusAcceptor,
-                [&](tcp::socket socket) { std::make_shared<StatusSession>(std::move(socket), shared)->Start(); });
+      AcceptAll(io, *statusAcceptor, [&](tcp::socket socket) {
+        if (hasRoom()) std::make_shared<StatusSession>(std::move(socket), shared)->Start();
+      });
     }
 
-    asio::steady_timer stopTimer(io);
-    asio::signal_set signals(io, SIGTERM, SIGINT);
+    asio::steady_timer stopTimer(control);
+    asio::signal_set signals(control, SIGTERM, SIGINT);
     signals.async_wait([&](boost::system::error_code error, int) {
       if (error) return;
       Log("Serve", "stopping", kLogInformation);
