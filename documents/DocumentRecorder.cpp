@@ -40,6 +40,7 @@ class DocumentRecorder::Element final : public ElementFacets {
   Element(DocumentRecorder& recorder, DocumentObject& source, std::size_t index)
       : recorder_(recorder), source_(source), index_(index) {}
 
+  [[nodiscard]] std::vector<RecordedAnswer>& Answers() noexcept { return answers_; }
   [[nodiscard]] std::int32_t Index() const noexcept { return static_cast<std::int32_t>(index_); }
 
   CollectionAnswer tags(std::u16string_view tagName) noexcept override {
@@ -178,7 +179,7 @@ class DocumentRecorder::Element final : public ElementFacets {
   }
 
   [[nodiscard]] RecordedElement& Data() noexcept { return recorder_.recording_.elements[index_]; }
-  void Add(const RecordedAnswer& answer) { Data().answers.Add(answer); }
+  void Add(const RecordedAnswer& answer) { answers_.push_back(answer); }
   [[nodiscard]] RecordedAnswer NamedAnswer(Operation operation, std::u16string_view name) {
     std::u16string lower = ToLower(name);
     RecordedAnswer answer;
@@ -191,6 +192,7 @@ class DocumentRecorder::Element final : public ElementFacets {
   DocumentObject& source_;
   std::size_t index_;
   IHTMLAttributeCollection2* attributes_ = nullptr;
+  std::vector<RecordedAnswer> answers_;
 };
 
 ObjectAnswer DocumentRecorder::List::item(std::int32_t index) noexcept {
@@ -207,7 +209,7 @@ CollectionAnswer DocumentRecorder::List::tags(std::u16string_view tagName) noexc
   answer.name = recorder_.recording_.texts.Keep(lower);
   List* const list = recorder_.ListFor(source_->tags(tagName), answer);
   // A recording knows the tags of all elements alone.
-  if (isAll_) recorder_.recording_.document.Add(answer);
+  if (isAll_) recorder_.recording_.document.push_back(answer);
   return {answer.status, list};
 }
 
@@ -257,7 +259,7 @@ CollectionAnswer DocumentRecorder::RecordList(Operation operation, const Collect
   RecordedAnswer answer;
   answer.operation = operation;
   List* const list = ListFor(source, answer);
-  recording_.document.Add(answer);
+  recording_.document.push_back(answer);
   return {answer.status, list};
 }
 
@@ -266,7 +268,7 @@ TextAnswer DocumentRecorder::RecordText(Operation operation, const TextAnswer& s
   answer.operation = operation;
   answer.status = source.status;
   answer.text = source.value;
-  recording_.document.Add(answer);
+  recording_.document.push_back(answer);
   return source;
 }
 
@@ -287,7 +289,7 @@ ObjectAnswer DocumentRecorder::get_body() noexcept {
   answer.operation = Operation::kGetBody;
   answer.status = source.status;
   if (element != nullptr) answer.number = element->Index();
-  recording_.document.Add(answer);
+  recording_.document.push_back(answer);
   return {source.status, element};
 }
 
@@ -304,8 +306,10 @@ std::optional<std::string_view> DocumentRecorder::Retrieve(std::string_view url)
 }
 
 Recording DocumentRecorder::TakeRecording() {
-  recording_.document.Sort();
-  for (RecordedElement& element : recording_.elements) element.answers.Sort();
+  SortAnswers(recording_.document);
+  for (std::size_t i = 0; i < elements_.size(); ++i) {
+    recording_.SetAnswers(recording_.elements[i], elements_[i].Answers());
+  }
   return std::move(recording_);
 }
 

@@ -149,24 +149,15 @@ struct RecordedAnswer {
   std::optional<std::int32_t> number;  ///< the number, the position of an element or of a list
 };
 
-/// The answers of one object.
-class AnswerSet {
- public:
-  /// A later answer of the same operation and name takes the place of an earlier one.
-  void Add(const RecordedAnswer& answer);
-  /// Null when there is none. name in any case.
-  [[nodiscard]] const RecordedAnswer* Find(Operation operation, std::u16string_view name = {}) const noexcept;
-  /// By operation, then by name. Equal ones stand in the order of adding.
-  [[nodiscard]] std::span<const RecordedAnswer> All() const noexcept { return answers_; }
-  /// The same to change texts in; operations and names must stay.
-  [[nodiscard]] std::span<RecordedAnswer> All() noexcept { return answers_; }
-  /// Call after the last Add and before the first Find or All.
-  void Sort();
-  void Clear() noexcept { answers_.clear(); }
+/// Answers of one object, by operation, then by name, each once.
+using RecordedAnswers = std::span<const RecordedAnswer>;
 
- private:
-  std::vector<RecordedAnswer> answers_;
-};
+/// The answer to an operation; null when there is none. name in any case.
+[[nodiscard]] const RecordedAnswer* FindAnswer(RecordedAnswers answers, Operation operation,
+                                               std::u16string_view name = {}) noexcept;
+
+/// Brings answers into the order of RecordedAnswers. Of equal ones the last stays.
+void SortAnswers(std::vector<RecordedAnswer>& answers);
 
 /// An item of a list: an element's position, or none.
 struct RecordedItem {
@@ -178,7 +169,8 @@ struct RecordedItem {
 
 struct RecordedElement {
   std::uint32_t interfaces = 0;  ///< a bit for each Answerer
-  AnswerSet answers;
+  std::uint32_t answerCount = 0;
+  std::size_t firstAnswer = 0;  ///< in the recording's answers
 
   [[nodiscard]] bool Has(Answerer answerer) const noexcept {
     return (interfaces >> static_cast<unsigned>(answerer) & 1U) != 0;
@@ -188,11 +180,18 @@ struct RecordedElement {
 
 /// A whole recording. Texts lie in its arena, or with the document that was recorded.
 struct Recording {
-  AnswerSet document;
+  std::vector<RecordedAnswer> document;
   std::vector<RecordedElement> elements;
+  std::vector<RecordedAnswer> answers;  ///< of all elements, one behind another
   std::vector<std::vector<RecordedItem>> lists;
   std::map<std::string, std::string, std::less<>> cache;  ///< URL to bytes
   TextArena texts;
+
+  [[nodiscard]] RecordedAnswers AnswersOf(const RecordedElement& element) const noexcept {
+    return RecordedAnswers(answers).subspan(element.firstAnswer, element.answerCount);
+  }
+  /// Gives an element its answers, which may come in any order.
+  void SetAnswers(RecordedElement& element, std::vector<RecordedAnswer>& unsorted);
 };
 
 }  // namespace zeph

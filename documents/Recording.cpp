@@ -39,10 +39,10 @@ class RecordingParser {
         ReadVersion();
       } else if (name_ == u"document") {
         hasDocument = true;
-        recording_.document = {};
+        recording_.document.clear();
         reader_.BeginObject();
         ReadOperations(Answerer::kDocument, recording_.document);
-        recording_.document.Sort();
+        SortAnswers(recording_.document);
       } else if (name_ == u"elements") {
         ReadElements();
       } else if (name_ == u"cache") {
@@ -70,10 +70,11 @@ class RecordingParser {
 
   void ReadElements() {
     recording_.elements.clear();
+    recording_.answers.clear();
     reader_.BeginArray();
     while (reader_.NextItem()) {
       RecordedElement& element = recording_.elements.emplace_back();
-      answers_.Clear();
+      answers_.clear();
       reader_.BeginObject();
       while (reader_.NextMember(name_)) {
         const Answerer answerer = AnswererOf(name_);
@@ -81,8 +82,7 @@ class RecordingParser {
         reader_.BeginObject();
         ReadOperations(answerer, answers_);
       }
-      answers_.Sort();
-      element.answers = answers_;  // a copy takes no more room than it needs
+      recording_.SetAnswers(element, answers_);
     }
   }
 
@@ -95,7 +95,7 @@ class RecordingParser {
   }
 
   /// The members of an object that was begun.
-  void ReadOperations(Answerer answerer, AnswerSet& answers) {
+  void ReadOperations(Answerer answerer, std::vector<RecordedAnswer>& answers) {
     while (reader_.NextMember(name_)) {
       const std::string name = Narrow(name_);
       const auto row = std::ranges::find_if(
@@ -121,7 +121,7 @@ class RecordingParser {
           ReadNamed(row->shape, answer, answers);
           continue;
       }
-      answers.Add(answer);
+      answers.push_back(answer);
     }
   }
 
@@ -213,17 +213,17 @@ class RecordingParser {
   }
 
   /// Lists by tag name or values by attribute name, or a failure of the whole operation.
-  void ReadNamed(AnswerShape shape, RecordedAnswer whole, AnswerSet& answers) {
+  void ReadNamed(AnswerShape shape, RecordedAnswer whole, std::vector<RecordedAnswer>& answers) {
     if (reader_.Next() == JsonReader::Kind::kNull) {
       reader_.ReadNull();
       return;
     }
-    const std::size_t before = answers.All().size();
+    const std::size_t before = answers.size();
     reader_.BeginObject();
     bool isFailure = false;
     while (reader_.NextMember(name_)) {
       // No attribute is called "status", nor is a list a number: alone, it is the failure of the operation.
-      if (answers.All().size() == before && name_ == u"status" && reader_.Next() == JsonReader::Kind::kNumber) {
+      if (answers.size() == before && name_ == u"status" && reader_.Next() == JsonReader::Kind::kNumber) {
         ReadStatus(whole.status);
         isFailure = true;
         continue;
@@ -238,9 +238,9 @@ class RecordingParser {
       } else {
         ReadAttribute(answer);
       }
-      answers.Add(answer);
+      answers.push_back(answer);
     }
-    answers.Add(whole);
+    answers.push_back(whole);
   }
 
   void ReadAttribute(RecordedAnswer& answer) {
@@ -268,7 +268,7 @@ class RecordingParser {
   Recording& recording_;
   std::u16string name_;
   std::u16string text_;
-  AnswerSet answers_;  ///< of the element that is being read
+  std::vector<RecordedAnswer> answers_;  ///< of the element that is being read
   std::int32_t highestElement_ = RecordedItem::kNone;
   std::string highestPath_;
 };
@@ -286,8 +286,8 @@ class RecordedDocument::List final : public IHTMLElementCollection, public IHTML
   }
   CollectionAnswer tags(std::u16string_view tagName) noexcept override {
     // Only the list of all elements is asked for some of them.
-    const AnswerSet& answers = document_->recording_.document;
-    if (document_->FindList(answers.Find(Operation::kAll)) != this) return {0, document_->emptyList_.get()};
+    const RecordedAnswers answers = document_->recording_.document;
+    if (document_->FindList(FindAnswer(answers, Operation::kAll)) != this) return {0, document_->emptyList_.get()};
     return document_->ListOfTag(answers, Operation::kAllTags, tagName);
   }
 
@@ -298,30 +298,31 @@ class RecordedDocument::List final : public IHTMLElementCollection, public IHTML
 
 class RecordedDocument::Element final : public ElementFacets {
  public:
-  Element(RecordedDocument& document, const RecordedElement& data) : document_(&document), data_(&data) {}
+  Element(RecordedDocument& document, const RecordedElement& data)
+      : document_(&document), data_(&data), answers_(document.recording_.AnswersOf(data)) {}
 
   CollectionAnswer tags(std::u16string_view tagName) noexcept override {
-    return document_->ListOfTag(data_->answers, Operation::kFormTags, tagName);
+    return document_->ListOfTag(answers_, Operation::kFormTags, tagName);
   }
   Answer<IHTMLDOMChildrenCollection*> get_childNodes() noexcept override {
-    const RecordedAnswer* const answer = data_->answers.Find(Operation::kChildNodes);
+    const RecordedAnswer* const answer = FindAnswer(answers_, Operation::kChildNodes);
     return {StatusOf(answer), document_->FindList(answer)};
   }
   Answer<IHTMLAttributeCollection2*> get_attributes() noexcept override {
-    const RecordedAnswer* const answer = data_->answers.Find(Operation::kAttributes);
+    const RecordedAnswer* const answer = FindAnswer(answers_, Operation::kAttributes);
     return {StatusOf(answer), answer != nullptr && answer->status == 0 ? this : nullptr};
   }
 
  private:
-  TextAnswer Text(Operation operation) noexcept override { return TextOf(data_->answers.Find(operation)); }
+  TextAnswer Text(Operation operation) noexcept override { return TextOf(FindAnswer(answers_, operation)); }
   NumberAnswer Number(Operation operation) noexcept override {
-    const RecordedAnswer* const answer = data_->answers.Find(operation);
+    const RecordedAnswer* const answer = FindAnswer(answers_, operation);
     return answer == nullptr ? NumberAnswer() : NumberAnswer{answer->status, answer->number.value_or(0)};
   }
   AttributeAnswer Attribute(Operation operation, std::u16string_view name) noexcept override {
     using Kind = AttributeValue::Kind;
-    const RecordedAnswer* answer = data_->answers.Find(operation, name);
-    if (answer == nullptr) answer = data_->answers.Find(operation);
+    const RecordedAnswer* answer = FindAnswer(answers_, operation, name);
+    if (answer == nullptr) answer = FindAnswer(answers_, operation);
     if (answer == nullptr) return {};
     if (answer->text) return {answer->status, {Kind::kString, *answer->text, 0}};
     if (answer->number) return {answer->status, {Kind::kNumber, {}, static_cast<std::int16_t>(*answer->number)}};
@@ -331,6 +332,7 @@ class RecordedDocument::Element final : public ElementFacets {
 
   RecordedDocument* document_;
   const RecordedElement* data_;
+  RecordedAnswers answers_;
 };
 
 std::unique_ptr<RecordedDocument> RecordedDocument::Parse(std::string_view json, std::string& error) {
@@ -357,11 +359,11 @@ ObjectAnswer RecordedDocument::ElementOf(const RecordedItem& item) noexcept {
   return {item.status, &elements_[static_cast<std::size_t>(item.element)]};
 }
 
-CollectionAnswer RecordedDocument::ListOfTag(const AnswerSet& answers, Operation operation,
+CollectionAnswer RecordedDocument::ListOfTag(RecordedAnswers answers, Operation operation,
                                              std::u16string_view tagName) noexcept {
-  const RecordedAnswer* answer = answers.Find(operation, tagName);
+  const RecordedAnswer* answer = FindAnswer(answers, operation, tagName);
   if (answer == nullptr) {
-    answer = answers.Find(operation);
+    answer = FindAnswer(answers, operation);
     if (answer == nullptr || answer->status == 0) return {0, emptyList_.get()};
   }
   return ListOf(answer);
@@ -375,25 +377,33 @@ RecordedDocument::List* RecordedDocument::FindList(const RecordedAnswer* answer)
   return answer != nullptr && answer->number ? &lists_[static_cast<std::size_t>(*answer->number)] : nullptr;
 }
 
-CollectionAnswer RecordedDocument::get_all() noexcept { return ListOf(recording_.document.Find(Operation::kAll)); }
-CollectionAnswer RecordedDocument::get_images() noexcept {
-  return ListOf(recording_.document.Find(Operation::kImages));
+CollectionAnswer RecordedDocument::get_all() noexcept {
+  return ListOf(FindAnswer(recording_.document, Operation::kAll));
 }
-CollectionAnswer RecordedDocument::get_links() noexcept { return ListOf(recording_.document.Find(Operation::kLinks)); }
-CollectionAnswer RecordedDocument::get_forms() noexcept { return ListOf(recording_.document.Find(Operation::kForms)); }
+CollectionAnswer RecordedDocument::get_images() noexcept {
+  return ListOf(FindAnswer(recording_.document, Operation::kImages));
+}
+CollectionAnswer RecordedDocument::get_links() noexcept {
+  return ListOf(FindAnswer(recording_.document, Operation::kLinks));
+}
+CollectionAnswer RecordedDocument::get_forms() noexcept {
+  return ListOf(FindAnswer(recording_.document, Operation::kForms));
+}
 CollectionAnswer RecordedDocument::get_scripts() noexcept {
-  return ListOf(recording_.document.Find(Operation::kScripts));
+  return ListOf(FindAnswer(recording_.document, Operation::kScripts));
 }
 
 ObjectAnswer RecordedDocument::get_body() noexcept {
-  const RecordedAnswer* const answer = recording_.document.Find(Operation::kGetBody);
+  const RecordedAnswer* const answer = FindAnswer(recording_.document, Operation::kGetBody);
   if (answer == nullptr) return {};
   return ElementOf({answer->status, answer->number.value_or(RecordedItem::kNone)});
 }
 
-TextAnswer RecordedDocument::get_title() noexcept { return TextOf(recording_.document.Find(Operation::kTitle)); }
-TextAnswer RecordedDocument::get_referrer() noexcept { return TextOf(recording_.document.Find(Operation::kReferrer)); }
-TextAnswer RecordedDocument::get_URL() noexcept { return TextOf(recording_.document.Find(Operation::kUrl)); }
+TextAnswer RecordedDocument::get_title() noexcept { return TextOf(FindAnswer(recording_.document, Operation::kTitle)); }
+TextAnswer RecordedDocument::get_referrer() noexcept {
+  return TextOf(FindAnswer(recording_.document, Operation::kReferrer));
+}
+TextAnswer RecordedDocument::get_URL() noexcept { return TextOf(FindAnswer(recording_.document, Operation::kUrl)); }
 
 std::optional<std::string_view> RecordedDocument::Retrieve(std::string_view url) noexcept {
   const auto entry = recording_.cache.find(url);

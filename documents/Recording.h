@@ -48,7 +48,7 @@ class RecordedDocument final : public IHTMLDocument2, public IUrlCache {
   [[nodiscard]] List* FindList(const RecordedAnswer* answer) noexcept;
   [[nodiscard]] CollectionAnswer ListOf(const RecordedAnswer* answer) noexcept;
   /// One list of an operation that gives one for each tag name.
-  [[nodiscard]] CollectionAnswer ListOfTag(const AnswerSet& answers, Operation operation,
+  [[nodiscard]] CollectionAnswer ListOfTag(RecordedAnswers answers, Operation operation,
                                            std::u16string_view tagName) noexcept;
 
   Recording recording_;

@@ -129,10 +129,10 @@ class MarkupScrubber {
   std::u16string scrubbed_;
 };
 
-void ScrubAnswers(AnswerSet& answers, TextArena& texts) {
-  const RecordedAnswer* const type = answers.Find(Operation::kGetAttribute, u"type");
+void ScrubAnswers(std::span<RecordedAnswer> answers, TextArena& texts) {
+  const RecordedAnswer* const type = FindAnswer(answers, Operation::kGetAttribute, u"type");
   const bool isButton = type != nullptr && type->text && IsOneOf(*type->text, kButtonTypes);
-  for (RecordedAnswer& answer : answers.All()) {
+  for (RecordedAnswer& answer : answers) {
     if (!answer.text) continue;
     switch (answer.operation) {
       case Operation::kGetAttribute:
@@ -168,7 +168,9 @@ void ScrubAnswers(AnswerSet& answers, TextArena& texts) {
 
 void ScrubRecording(Recording& recording) {
   ScrubAnswers(recording.document, recording.texts);
-  for (RecordedElement& element : recording.elements) ScrubAnswers(element.answers, recording.texts);
+  for (const RecordedElement& element : recording.elements) {
+    ScrubAnswers(std::span(recording.answers).subspan(element.firstAnswer, element.answerCount), recording.texts);
+  }
   std::map<std::string, std::string, std::less<>> cache;
   for (auto& [url, bytes] : recording.cache) cache.emplace(url.substr(0, url.find('?')), std::move(bytes));
   recording.cache = std::move(cache);

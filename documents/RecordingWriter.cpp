@@ -45,16 +45,15 @@ class Writer {
       if (!element.Has(answerer)) continue;
       out_.append(separator).append("\"").append(kAnswererNames[i]).append("\": {");
       separator = ", ";
-      WriteAnswers(answerer, element.answers);
+      WriteAnswers(answerer, recording_.AnswersOf(element));
       out_ += '}';
     }
     out_ += '}';
   }
 
   /// The members of an object that was opened.
-  void WriteAnswers(Answerer answerer, const AnswerSet& set) {
+  void WriteAnswers(Answerer answerer, RecordedAnswers answers) {
     const char* separator = "";
-    const std::span<const RecordedAnswer> answers = set.All();
     for (std::size_t i = 0; i < answers.size(); ++i) {
       const OperationRow& row = kOperations[static_cast<std::size_t>(answers[i].operation)];
       if (row.answerer != answerer || SaysNothing(answers[i], row.shape)) continue;
@@ -87,7 +86,7 @@ class Writer {
   }
 
   /// Answers of one operation by name. The one without a name stands first; if it failed, it is the only one.
-  void WriteNamed(std::span<const RecordedAnswer> answers, AnswerShape shape) {
+  void WriteNamed(RecordedAnswers answers, AnswerShape shape) {
     if (answers.front().name.empty()) {
       if (answers.front().status != 0) return WriteStatus(answers.front().status);
       answers = answers.subspan(1);

@@ -34,7 +34,7 @@ void TagIndex::Assign(std::vector<TagIndexEntry> entries) {
   std::stable_sort(entries_.begin(), entries_.end(),
                    [](const TagIndexEntry& a, const TagIndexEntry& b) { return a.Tag < b.Tag; });
   // Many bits a tag, so that few positions pass without cause, and few enough in all to stay in the cache.
-  const std::size_t bits = std::clamp<std::size_t>(std::bit_ceil(entries_.size() * 64), 1024, 1 << 20);
+  const std::size_t bits = std::clamp<std::size_t>(std::bit_ceil(entries_.size() * 256), 1024, 1 << 20);
   shift_ = static_cast<unsigned>(64 - std::countr_zero(bits));
   filter_.assign(bits / 64, 0);
   std::fill(std::begin(hasLength_), std::end(hasLength_), false);
@@ -80,28 +80,37 @@ const TagIndexEntry* TagIndex::Probe(std::u16string_view text) const noexcept {
   return nullptr;
 }
 
-template <TagForm form>
-const TagIndexEntry* TagIndex::Search(std::u16string_view text) const noexcept {
-  if (entries_.empty()) return nullptr;
+const TagIndexEntry* TagIndex::SearchEverywhere(std::u16string_view text) const noexcept {
   std::uint64_t units = 0;
-  bool inWord = false;
   for (std::size_t next = 0; next < text.size() + kFilterUnits - 1; ++next) {
     const std::uint64_t unit = next < text.size() ? LowerOf(text[next]) : u'\0';
     units = units >> kUnitBits | unit << (kUnitBits * (kFilterUnits - 1));
-    if (next < kFilterUnits - 1) continue;
-    if constexpr (form == TagForm::kWord) {
-      const bool begins = !std::exchange(inWord, IsAlpha(static_cast<char16_t>(units))) && inWord;
-      if (!begins) continue;
+    if (next < kFilterUnits - 1 || !MayBegin(units)) continue;
+    const TagIndexEntry* const entry = Probe<TagForm::kUrl>(text.substr(next - (kFilterUnits - 1)));
+    if (entry != nullptr) return entry;
+  }
+  return nullptr;
+}
+
+const TagIndexEntry* TagIndex::SearchWords(std::u16string_view text) const noexcept {
+  bool inWord = false;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const bool begins = !std::exchange(inWord, IsAlpha(LowerOf(text[at]))) && inWord;
+    if (!begins) continue;
+    std::uint64_t units = 0;
+    for (std::size_t i = 0; i < kFilterUnits && at + i < text.size(); ++i) {
+      units |= std::uint64_t{LowerOf(text[at + i])} << (kUnitBits * i);
     }
     if (!MayBegin(units)) continue;
-    const TagIndexEntry* const entry = Probe<form>(text.substr(next - (kFilterUnits - 1)));
+    const TagIndexEntry* const entry = Probe<TagForm::kWord>(text.substr(at));
     if (entry != nullptr) return entry;
   }
   return nullptr;
 }
 
 std::optional<std::u16string_view> TagIndex::FindTag(std::u16string_view text, TagForm form) const {
-  const TagIndexEntry* const entry = form == TagForm::kUrl ? Search<TagForm::kUrl>(text) : Search<TagForm::kWord>(text);
+  if (entries_.empty()) return std::nullopt;
+  const TagIndexEntry* const entry = form == TagForm::kUrl ? SearchEverywhere(text) : SearchWords(text);
   if (entry == nullptr) return std::nullopt;
   return entry->Domain;
 }

@@ -43,8 +43,8 @@ class TagIndex {
   [[nodiscard]] bool MayBegin(std::uint64_t units) const noexcept;
   template <TagForm form>
   [[nodiscard]] const TagIndexEntry* Probe(std::u16string_view text) const noexcept;
-  template <TagForm form>
-  [[nodiscard]] const TagIndexEntry* Search(std::u16string_view text) const noexcept;
+  [[nodiscard]] const TagIndexEntry* SearchEverywhere(std::u16string_view text) const noexcept;
+  [[nodiscard]] const TagIndexEntry* SearchWords(std::u16string_view text) const noexcept;
 
   std::vector<TagIndexEntry> entries_;
   std::vector<std::uint64_t> filter_;      ///< bits by the hash of first units; a clear bit: no tag begins so

@@ -52,9 +52,11 @@ std::u16string_view LastLines(std::u16string_view text) {
 /// Length of the phrase at the text's start, as far as it is looked at: above limit when the phrase is longer.
 std::size_t PhraseLength(std::u16string_view text, std::size_t limit) {
   std::size_t words = 0;
-  for (std::size_t i = 1; i < text.size() && i <= limit; ++i) {
-    if (!IsSpace(text[i]) || IsSpace(text[i - 1])) continue;
-    if (++words == kWordsOfPhrase) return i + 1;
+  bool inWord = false;
+  for (std::size_t i = 0; i < text.size() && i <= limit; ++i) {
+    const bool isSpace = IsSpace(text[i]);
+    if (isSpace && inWord && ++words == kWordsOfPhrase) return i + 1;
+    inWord = !isSpace;
   }
   return text.size();
 }

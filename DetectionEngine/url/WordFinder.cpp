@@ -18,6 +18,10 @@ constexpr std::size_t kFewWords = 3;
 /// few that most words have them.
 constexpr std::size_t kPrefixUnits = 3;
 
+/// From this length on jumps pay, and no jump is longer than the second.
+constexpr std::size_t kShortestJumped = 6;
+constexpr std::size_t kLongestJumped = 24;
+
 std::size_t PrefixLengthOf(std::u16string_view word) noexcept { return std::min(word.size(), kPrefixUnits); }
 
 /// The last unit stands in the low bits.
@@ -28,6 +32,17 @@ std::uint64_t PrefixOf(std::u16string_view word) noexcept {
 }
 
 std::uint64_t HashOf(std::uint64_t prefix) noexcept { return prefix * 0x9E3779B97F4A7C15U; }
+
+/// The prefix of what stands at a place of a text, folded.
+std::uint64_t FoldedPrefixAt(const char16_t* units) noexcept {
+  static_assert(kPrefixUnits == 3);
+  return std::uint64_t{LowerOf(units[0])} << 32 | std::uint64_t{LowerOf(units[1])} << 16 | LowerOf(units[2]);
+}
+
+/// The place of a prefix's hash in a table whose size is a power of two.
+std::size_t PlaceOf(std::uint64_t prefix, std::size_t size) noexcept {
+  return static_cast<std::size_t>(HashOf(prefix) >> (64 - std::countr_zero(size)));
+}
 
 /// Linear, since words come from packages: borders[i] is the length of the longest text that the first i + 1 units
 /// both begin and, further on, end with.
@@ -76,6 +91,7 @@ void WordFinder::Assign(std::span<const std::u16string> words) {
     std::size_t end = begin + 1;
     while (end < words_.size() && PrefixLengthOf(TextOf(words_[end])) == length) ++end;
     Level& level = levels_.emplace_back(length, end - begin);
+    if (length == kPrefixUnits) MakeJumps(level, begin, end);
     for (; begin < end; ++begin) {
       const std::uint64_t prefix = PrefixOf(TextOf(words_[begin]));
       const std::uint64_t bit = HashOf(prefix) >> level.shift;
@@ -87,9 +103,48 @@ void WordFinder::Assign(std::span<const std::u16string> words) {
   }
 }
 
+void WordFinder::MakeJumps(Level& level, std::size_t begin, std::size_t end) const {
+  std::size_t length = kLongestJumped;
+  for (std::size_t w = begin; w < end; ++w) length = std::min<std::size_t>(length, words_[w].length);
+  if (length < kShortestJumped) return;
+  level.jumpedLength = length;
+  // Many places for each end of units, so that few places of a text stop the search without cause.
+  const std::size_t size = std::clamp<std::size_t>(std::bit_ceil(8 * length * (end - begin)), 1024, 1 << 16);
+  level.jumps.assign(size, static_cast<std::uint8_t>(length - kPrefixUnits + 1));
+  for (std::size_t w = begin; w < end; ++w) {
+    const std::u16string_view word = TextOf(words_[w]);
+    for (std::size_t at = kPrefixUnits; at <= length; ++at) {
+      std::uint8_t& jump = level.jumps[PlaceOf(PrefixOf(word.substr(at - kPrefixUnits)), size)];
+      jump = std::min(jump, static_cast<std::uint8_t>(length - at));
+    }
+  }
+}
+
+template <class Hit>
+bool WordFinder::Jump(const Level& level, std::u16string_view text, Hit& hit) const {
+  for (std::size_t end = level.jumpedLength; end <= text.size();) {
+    const std::size_t jump = level.jumps[PlaceOf(FoldedPrefixAt(&text[end - kPrefixUnits]), level.jumps.size())];
+    if (jump > 0) {
+      end += jump;
+      continue;
+    }
+    const std::size_t begin = end - level.jumpedLength;
+    const Slot& slot = level.slots[level.SlotOf(FoldedPrefixAt(&text[begin]))];
+    for (std::size_t w = slot.begin; w < slot.end; ++w) {
+      if (StartsWithNoCase(text.substr(begin), TextOf(words_[w])) && !hit(words_[w], begin)) return false;
+    }
+    ++end;
+  }
+  return true;
+}
+
 template <class Hit>
 void WordFinder::Walk(std::u16string_view text, Hit hit) const {
   for (const Level& level : levels_) {
+    if (!level.jumps.empty()) {
+      if (!Jump(level, text, hit)) return;
+      continue;
+    }
     const std::uint64_t* const seen = level.seen.data();
     const std::uint64_t mask = level.mask;
     const int shift = level.shift;

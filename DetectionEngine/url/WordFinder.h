@@ -53,6 +53,10 @@ class WordFinder {
     std::vector<Slot> slots;          ///< a power of two, at most half full
     std::uint64_t mask;               ///< of the prefix among the last units of the text
     int shift;                        ///< brings a hash down to a bit of seen
+    /// How far the search may go on from the last units of the shortest word's length, by their hash; 0: a word may
+    /// stand there. Empty where even the shortest word is too short for that to pay.
+    std::vector<std::uint8_t> jumps;
+    std::size_t jumpedLength = 0;  ///< that length
   };
 
   [[nodiscard]] std::u16string_view TextOf(const Word& word) const noexcept {
@@ -61,6 +65,11 @@ class WordFinder {
   /// Calls hit(word, begin) for each place where a word stands in the text, until it gives false. Needs levels.
   template <class Hit>
   void Walk(std::u16string_view text, Hit hit) const;
+  /// The same for one level, in jumps over places where none of its words can stand. False when a hit ended the walk.
+  template <class Hit>
+  bool Jump(const Level& level, std::u16string_view text, Hit& hit) const;
+  /// Makes the jumps of a level of these words, a run of words_.
+  void MakeJumps(Level& level, std::size_t begin, std::size_t end) const;
   /// The lowest position below first of a word that holds, or first: the words one after another.
   template <class Holds>
   [[nodiscard]] std::size_t FirstOf(std::size_t first, Holds holds) const;
