@@ -3,6 +3,7 @@
 // slow and easy to check by eye. The engine's own must give the same for every URL.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <stdexcept>
@@ -264,8 +265,13 @@ class Tokenizer {
     Emit(dots <= 3 ? u"BKBO*" + Number(dots) : Text(u"BKBO*AO"));
   }
 
-  // Those of two scripts stand for all.
-  static bool IsAnyDigit(char16_t c) { return (c >= 0xFF10 && c <= 0xFF19) || (c >= 0x0660 && c <= 0x0669); }
+  // The zeros of the scripts that have digits of their own.
+  static bool IsAnyDigit(char16_t c) {
+    const Text zeros =
+        u"\u0660\u06F0\u07C0\u0966\u09E6\u0A66\u0AE6\u0B66\u0BE6\u0C66\u0CE6\u0D66\u0DE6\u0E50\u0ED0\u0F20\u1040\u1090"
+        u"\u17E0\u1810\u1946\u19D0\u1A80\u1A90\u1B50\u1BB0\u1C40\u1C50\uA620\uA8D0\uA900\uA9D0\uA9F0\uAA50\uABF0\uFF10";
+    return std::ranges::any_of(zeros, [&](char16_t zero) { return c >= zero && c < zero + 10; });
+  }
 
   static Text Without(Text text, const Text& unwanted) {
     std::erase_if(text, [&](char16_t c) { return unwanted.find(c) != kNone; });

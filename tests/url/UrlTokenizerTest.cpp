@@ -145,7 +145,7 @@ TEST(Tokenize, EqualsTheLiteralSteps) {
   for (const Texts& list : lists) {
     const WordSet words(list);
     literal::Tokenizer tokenizer(list);
-    for (int round = 0; round < 12'000; ++round) {
+    for (int round = 0; round < 5'000; ++round) {
       const std::u16string url = round % 4 == 0 ? urls.Usual() : urls.Strange();
       std::optional<Texts> expected;
       try {
