@@ -157,7 +157,7 @@ void BM_DecodeInternationalisedHost(benchmark::State& state) {
   while (url.size() < 7 + static_cast<std::size_t>(state.range(0))) url += u"\u4F8B\u3048b.";
   MeasureDecode(state, {url + u"test/"});
 }
-BENCHMARK(BM_DecodeInternationalisedHost)->Arg(12)->Arg(250);
+BENCHMARK(BM_DecodeInternationalisedHost)->Arg(12)->Arg(200);
 
 /// Once for each relative image or script of a page.
 void BM_Combine(benchmark::State& state) {

@@ -17,7 +17,8 @@ struct Pieces {
   std::u16string_view path;
   std::u16string_view extra;
   bool backslashIsSlash = false;
-  bool hasSegments = false;  ///< the path is a row of segments, not a text of the scheme's own
+  bool hasHostPlace = false;  ///< "//" stands in front
+  bool hasSegments = false;   ///< the path is a row of segments, not a text of the scheme's own
 
   [[nodiscard]] bool IsSlash(char16_t c) const noexcept { return c == u'/' || (c == u'\\' && backslashIsSlash); }
 };
@@ -30,8 +31,8 @@ std::optional<Pieces> Split(std::u16string_view text) noexcept {
   pieces.path = url->path;
   pieces.extra = url->extra;
   pieces.backslashIsSlash = url->backslashIsSlash;
-  const bool hasHostPlace = pieces.front.size() > url->scheme.size() + 1;
-  pieces.hasSegments = hasHostPlace || (!url->path.empty() && pieces.IsSlash(url->path.front()));
+  pieces.hasHostPlace = pieces.front.size() > url->scheme.size() + 1;
+  pieces.hasSegments = pieces.hasHostPlace || (!url->path.empty() && pieces.IsSlash(url->path.front()));
   return pieces;
 }
 
@@ -62,7 +63,10 @@ bool Join(const Pieces& pieces, bool escapesExtra, std::u16string& out) {
   std::u16string url(pieces.front);
   if (pieces.backslashIsSlash) std::replace(url.begin(), url.end(), u'\\', u'/');
   if (pieces.hasSegments) {
+    const std::size_t front = url.size();
     AppendSegments(url, pieces);
+    // A path that begins with "//" would be read as a host.
+    if (!pieces.hasHostPlace && std::u16string_view(url).substr(front).starts_with(u"//")) url.insert(front, u"/.");
   } else {
     url += pieces.path;
   }

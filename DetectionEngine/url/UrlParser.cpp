@@ -164,12 +164,16 @@ std::u16string FindTail(std::u16string_view url, const Redirector& rule) {
   return target.append(rest);
 }
 
-/// The target that the rule finds; empty when the rule doesn't match.
-std::u16string FindTarget(std::u16string_view url, const Redirector& rule) {
+/// The URL begins as the rule says. Most beginnings are alike up to their last characters, so these are looked at
+/// first.
+bool Applies(const Redirector& rule, std::u16string_view url) noexcept {
   const std::u16string& start = rule.StartsWith;
-  // Most beginnings are alike up to their last characters.
-  if (start.empty() || start.size() > url.size() || start.back() != url[start.size() - 1]) return {};
-  if (!StartsWith(url, start)) return {};
+  return !start.empty() && start.size() <= url.size() && start.back() == url[start.size() - 1] &&
+         StartsWith(url, start);
+}
+
+/// The target that a rule which applies finds; empty when the rule doesn't match.
+std::u16string FindTarget(std::u16string_view url, const Redirector& rule) {
   if (!rule.UrlIsValueOfKey.empty()) {
     if (const std::u16string_view value = FindKeyValue(url, rule.UrlIsValueOfKey); !value.empty()) {
       return std::u16string(value);
@@ -218,6 +222,7 @@ int UrlParser::DecodeWithRedirectors(std::u16string_view url, std::span<const Re
   const int result = DecodeUrl(url);
   if (result != 0) return result;
   for (const Redirector& rule : redirectors) {
+    if (!Applies(rule, url)) continue;
     record_.RedirectTarget = FindTarget(url, rule);
     record_.IsRedirector = !record_.RedirectTarget.empty();
     if (record_.IsRedirector) break;

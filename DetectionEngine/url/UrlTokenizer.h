@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Turns a URL into coded feature tokens: a code for a part and a property of it, and what was found there ("BE*8080"
-// for the port). Tokens are the keys of the table of probabilities, so their spelling is a format; the codes stand
-// with their emission in UrlTokenizer.cpp and in docs/package-authoring.md.
+// for the port). Tokens are the keys of the table of probabilities, so their spelling is a format; docs/url-tokens.md
+// lists the codes.
 #pragma once
 
 #include <optional>

@@ -306,6 +306,7 @@ TEST(CombineUrl, ResolvesAsBrowsersDo) {
       {u"http://h.test", u"?q", u"http://h.test?q"},
       {u"file:///a/b", u"c", u"file:///a/c"},
       {u"file://C:/a/b", u"c", u"file://C:/a/c"},
+      {u"file:/a/..//evil.test/b", u"c", u"file:/.//evil.test/c"},
       {u"about:blank", u"g", u""},
       {u"about:blank", u"#s", u"about:blank#s"},
       {u"mailto:a@b", u"http://h/", u"http://h/"},
