@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 #include <utility>
 
+#include "DetectionEngine/platform/AsciiBlock.h"
 #include "DetectionEngine/platform/CharacterClass.h"
 
 namespace zeph {
@@ -12,6 +14,30 @@ namespace zeph {
 namespace {
 
 constexpr unsigned kUnitBits = 16;
+
+/// The first four units, folded, the first in the low bits; zeros where there are fewer.
+inline std::uint64_t UnitsOf(std::u16string_view text) noexcept {
+  std::uint64_t units = 0;
+  if constexpr (std::endian::native == std::endian::little) {
+    constexpr std::uint64_t kEach = 0x0001000100010001;
+    if (text.size() >= 4) {
+      std::memcpy(&units, text.data(), sizeof units);
+      if ((units & 0xFF80 * kEach) == 0) {  // ASCII: fold all four at once
+        const std::uint64_t fromA = units + (0x80 - u'A') * kEach;
+        const std::uint64_t beyondZ = units + (0x7F - u'Z') * kEach;
+        return units + ((fromA & ~beyondZ & 0x80 * kEach) >> 2);
+      }
+      units = 0;
+    }
+  }
+  for (std::size_t i = 0; i < 4 && i < text.size(); ++i) units |= std::uint64_t{LowerOf(text[i])} << (kUnitBits * i);
+  return units;
+}
+
+/// A key for the first four units and the next, 0 for those of a tag that hasn't as many.
+std::uint64_t Further(std::uint64_t units, std::uint64_t next) noexcept {
+  return (units ^ 0xD6E8FEB86659FD93U) * 0xC2B2AE3D27D4EB4FU ^ next;
+}
 
 /// The sign of the text against a tag; 0 when the tag matches at the text's start.
 template <TagForm form>
@@ -34,32 +60,43 @@ void TagIndex::Assign(std::vector<TagIndexEntry> entries) {
   std::stable_sort(entries_.begin(), entries_.end(),
                    [](const TagIndexEntry& a, const TagIndexEntry& b) { return a.Tag < b.Tag; });
   // Many bits a tag, so that few positions pass without cause, and few enough in all to stay in the cache.
-  const std::size_t bits = std::clamp<std::size_t>(std::bit_ceil(entries_.size() * 256), 1024, 1 << 20);
+  const std::size_t bits = std::clamp<std::size_t>(std::bit_ceil(entries_.size() * 128), 1024, 1 << 20);
   shift_ = static_cast<unsigned>(64 - std::countr_zero(bits));
   filter_.assign(bits / 64, 0);
   std::fill(std::begin(hasLength_), std::end(hasLength_), false);
   for (const TagIndexEntry& entry : entries_) {
-    const std::size_t count = std::min(entry.Tag.size(), kFilterUnits);
-    std::uint64_t units = 0;
-    for (std::size_t i = 0; i < count; ++i) units |= std::uint64_t{entry.Tag[i]} << (kUnitBits * i);
-    const std::size_t bit = BitOf(units);
-    filter_[bit / 64] |= std::uint64_t{1} << bit % 64;
+    const std::u16string_view tag = entry.Tag;
+    const std::size_t count = std::min(tag.size(), kFilterUnits);
+    Set(UnitsOf(tag.substr(0, count)));
     hasLength_[count] = true;
+    if (count < kFilterUnits) continue;
+    Set(Further(UnitsOf(tag), tag.size() < 2 * kFilterUnits ? 0 : UnitsOf(tag.substr(kFilterUnits))));
   }
+}
+
+void TagIndex::Set(std::uint64_t key) noexcept {
+  const std::size_t bit = BitOf(key);
+  filter_[bit / 64] |= std::uint64_t{1} << bit % 64;
+}
+
+bool TagIndex::IsSet(std::uint64_t key) const noexcept {
+  const std::size_t bit = BitOf(key);
+  return (filter_[bit / 64] >> bit % 64 & 1) != 0;
 }
 
 std::size_t TagIndex::BitOf(std::uint64_t units) const noexcept {
   return static_cast<std::size_t>(units * 0x9E3779B97F4A7C15U >> shift_);
 }
 
-/// units: the first four of a text position, zeros behind the text's end.
-inline bool TagIndex::MayBegin(std::uint64_t units) const noexcept {
-  const auto isSet = [this](std::uint64_t key) {
-    const std::size_t bit = BitOf(key);
-    return (filter_[bit / 64] >> bit % 64 & 1) != 0;
-  };
-  return (hasLength_[4] && isSet(units)) || (hasLength_[3] && isSet(units & 0xFFFFFFFFFFFF)) ||
-         (hasLength_[2] && isSet(units & 0xFFFFFFFF)) || (hasLength_[1] && isSet(units & 0xFFFF)) || hasLength_[0];
+/// units: the first four of the text, zeros behind its end.
+inline bool TagIndex::MayBegin(std::uint64_t units, std::u16string_view text) const noexcept {
+  if ((hasLength_[3] && IsSet(units & 0xFFFFFFFFFFFF)) || (hasLength_[2] && IsSet(units & 0xFFFFFFFF)) ||
+      (hasLength_[1] && IsSet(units & 0xFFFF)) || hasLength_[0]) {
+    return true;
+  }
+  // Many tags begin with one word: their next units tell them apart, where they have as many.
+  if (!hasLength_[4] || !IsSet(units)) return false;
+  return IsSet(Further(units, 0)) || IsSet(Further(units, UnitsOf(text.substr(std::min(text.size(), kFilterUnits)))));
 }
 
 template <TagForm form>
@@ -85,27 +122,40 @@ const TagIndexEntry* TagIndex::SearchEverywhere(std::u16string_view text) const 
   for (std::size_t next = 0; next < text.size() + kFilterUnits - 1; ++next) {
     const std::uint64_t unit = next < text.size() ? LowerOf(text[next]) : u'\0';
     units = units >> kUnitBits | unit << (kUnitBits * (kFilterUnits - 1));
-    if (next < kFilterUnits - 1 || !MayBegin(units)) continue;
-    const TagIndexEntry* const entry = Probe<TagForm::kUrl>(text.substr(next - (kFilterUnits - 1)));
+    if (next < kFilterUnits - 1) continue;
+    const std::u16string_view rest = text.substr(next - (kFilterUnits - 1));
+    const TagIndexEntry* const entry = MayBegin(units, rest) ? Probe<TagForm::kUrl>(rest) : nullptr;
     if (entry != nullptr) return entry;
   }
   return nullptr;
 }
 
 const TagIndexEntry* TagIndex::SearchWords(std::u16string_view text) const noexcept {
-  bool inWord = false;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const bool begins = !std::exchange(inWord, IsAlpha(LowerOf(text[at]))) && inWord;
-    if (!begins) continue;
-    std::uint64_t units = 0;
-    for (std::size_t i = 0; i < kFilterUnits && at + i < text.size(); ++i) {
-      units |= std::uint64_t{LowerOf(text[at + i])} << (kUnitBits * i);
+  std::uint32_t inWord = 0;  // 1: the unit before is a letter
+  for (std::size_t at = 0; at < text.size();) {
+    // Sixteen units at a time; others than ASCII, and the text's end, one by one.
+    std::uint32_t letters = 0;
+    std::size_t length = 1;
+    if (text.size() - at >= AsciiBlock::kUnits) {
+      const AsciiBlock block(&text[at]);
+      if (block.IsAscii()) {
+        letters = block.Letters();
+        length = AsciiBlock::kUnits;
+      }
     }
-    if (!MayBegin(units)) continue;
-    const TagIndexEntry* const entry = Probe<TagForm::kWord>(text.substr(at));
-    if (entry != nullptr) return entry;
+    if (length == 1) letters = IsAlpha(LowerOf(text[at])) ? 1 : 0;
+    for (std::uint32_t begins = letters & ~(letters << 1 | inWord); begins != 0; begins &= begins - 1) {
+      const TagIndexEntry* const entry = FindAt(text.substr(at + static_cast<std::size_t>(std::countr_zero(begins))));
+      if (entry != nullptr) return entry;
+    }
+    inWord = letters >> (length - 1) & 1;
+    at += length;
   }
   return nullptr;
+}
+
+const TagIndexEntry* TagIndex::FindAt(std::u16string_view text) const noexcept {
+  return MayBegin(UnitsOf(text), text) ? Probe<TagForm::kWord>(text) : nullptr;
 }
 
 std::optional<std::u16string_view> TagIndex::FindTag(std::u16string_view text, TagForm form) const {

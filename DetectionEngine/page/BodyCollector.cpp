@@ -3,12 +3,14 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <limits>
 #include <optional>
 
 #include "DetectionEngine/configuration/StringTable.h"
 #include "DetectionEngine/page/DocumentReading.h"
+#include "DetectionEngine/platform/AsciiBlock.h"
 #include "DetectionEngine/platform/CharacterClass.h"
 #include "DetectionEngine/url/Text.h"
 
@@ -21,17 +23,30 @@ constexpr std::array<std::uint32_t, 5> kMarkers = {0x0C, 0x0D, 0x0E, 0x0F, 0x10}
 
 constexpr std::size_t kWordsOfPhrase = 7;
 
+/// Words end at the white space behind them, or with the text.
 void CountText(std::u16string_view text, BodyData& data) {
   std::size_t words = 0;
   std::size_t breaks = 0;
-  bool inWord = false;
-  for (const char16_t c : text) {
-    const bool space = IsSpace(c);
-    words += static_cast<std::size_t>(inWord && space);
-    breaks += static_cast<std::size_t>(c == u'\r' || c == u'\n');
-    inWord = !space;
+  std::uint32_t inWord = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    if (text.size() - at >= AsciiBlock::kUnits) {
+      const AsciiBlock block(&text[at]);
+      if (block.IsAscii()) {
+        const std::uint32_t spaces = block.Spaces();
+        words += static_cast<std::size_t>(std::popcount(spaces & (~spaces << 1 | inWord) & 0xFFFF));
+        breaks += static_cast<std::size_t>(std::popcount(block.Equal('\r') | block.Equal('\n')));
+        inWord = ~spaces >> (AsciiBlock::kUnits - 1) & 1;
+        at += AsciiBlock::kUnits;
+        continue;
+      }
+    }
+    const std::uint32_t isSpace = IsSpace(text[at]) ? 1 : 0;
+    words += inWord & isSpace;
+    breaks += text[at] == u'\r' || text[at] == u'\n' ? 1 : 0;
+    inWord = isSpace ^ 1;
+    ++at;
   }
-  if (inWord) ++words;
+  words += inWord;
   constexpr std::size_t kMost = std::numeric_limits<std::int32_t>::max();
   data.wordCount = static_cast<std::int32_t>(std::min(words, kMost));
   data.lineBreakCount = static_cast<std::int32_t>(std::min(breaks, kMost));

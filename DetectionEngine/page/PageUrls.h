@@ -15,18 +15,23 @@
 
 namespace zeph {
 
-/// Adds to the count of a key.
-void AddTo(Tally& tally, std::u16string_view key, std::int32_t count = 1);
+/// Adds to the count of a key and gives it. Lives as long as the tally.
+std::int32_t& AddTo(Tally& tally, std::u16string_view key, std::int32_t count = 1);
 
 /// The hosts of http and https URLs. Whether such a URL decodes, and to which host, hangs on its length and on what
 /// stands between the slashes alone: that is decoded once.
 class UrlHosts {
  public:
-  /// The HostName of a URL for which IsHttpUrl holds; null when it can't be decoded. Lives as long as this object.
-  const std::u16string* HostOf(std::u16string_view url);
+  struct Host {
+    std::u16string name;
+    std::int32_t* count = nullptr;  ///< for the caller's use
+  };
+
+  /// The host of a URL for which IsHttpUrl holds; null when it can't be decoded. Lives as long as this object.
+  Host* HostOf(std::u16string_view url);
 
  private:
-  std::map<std::u16string, std::optional<std::u16string>, std::less<>> hosts_;
+  std::map<std::u16string, std::optional<Host>, std::less<>> hosts_;
 };
 
 /// Sorts http and https URLs into those that decode, which are counted by URL and by host, and those that don't.

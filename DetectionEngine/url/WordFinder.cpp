@@ -95,6 +95,7 @@ void WordFinder::Assign(std::span<const std::u16string> words) {
     for (; begin < end; ++begin) {
       const std::uint64_t prefix = PrefixOf(TextOf(words_[begin]));
       const std::uint64_t bit = HashOf(prefix) >> level.shift;
+      level.last = std::max(level.last, words_[begin].position);
       level.seen[bit / 64] |= std::uint64_t{1} << (bit % 64);
       Slot& slot = level.slots[level.SlotOf(prefix)];
       if (slot.end == slot.begin) slot = {prefix, static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(begin)};
@@ -139,8 +140,9 @@ bool WordFinder::Jump(const Level& level, std::u16string_view text, Hit& hit) co
 }
 
 template <class Hit>
-void WordFinder::Walk(std::u16string_view text, Hit hit) const {
+void WordFinder::Walk(std::u16string_view text, Hit hit, std::size_t from) const {
   for (const Level& level : levels_) {
+    if (level.last < from) continue;
     if (!level.jumps.empty()) {
       if (!Jump(level, text, hit)) return;
       continue;
@@ -213,11 +215,12 @@ std::size_t WordFinder::CountContained(std::u16string_view text, std::size_t fro
     return count;
   }
   std::vector<bool> seen(count_);
-  Walk(text, [&](const Word& word, std::size_t) {
+  const auto hit = [&](const Word& word, std::size_t) {
     if (word.position < from || seen[word.position]) return true;
     seen[word.position] = true;
     return ++count < limit;
-  });
+  };
+  Walk(text, hit, from);
   return count;
 }
 

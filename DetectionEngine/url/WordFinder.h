@@ -53,6 +53,7 @@ class WordFinder {
     std::vector<Slot> slots;          ///< a power of two, at most half full
     std::uint64_t mask;               ///< of the prefix among the last units of the text
     int shift;                        ///< brings a hash down to a bit of seen
+    std::uint32_t last = 0;           ///< the highest position of its words in the list
     /// How far the search may go on from the last units of the shortest word's length, by their hash; 0: a word may
     /// stand there. Empty where even the shortest word is too short for that to pay.
     std::vector<std::uint8_t> jumps;
@@ -62,9 +63,10 @@ class WordFinder {
   [[nodiscard]] std::u16string_view TextOf(const Word& word) const noexcept {
     return std::u16string_view(text_).substr(word.begin, word.length);
   }
-  /// Calls hit(word, begin) for each place where a word stands in the text, until it gives false. Needs levels.
+  /// Calls hit(word, begin) for each place where a word stands in the text, until it gives false. Needs levels. Those
+  /// that have no word from a position of the list on aren't walked.
   template <class Hit>
-  void Walk(std::u16string_view text, Hit hit) const;
+  void Walk(std::u16string_view text, Hit hit, std::size_t from = 0) const;
   /// The same for one level, in jumps over places where none of its words can stand. False when a hit ended the walk.
   template <class Hit>
   bool Jump(const Level& level, std::u16string_view text, Hit& hit) const;

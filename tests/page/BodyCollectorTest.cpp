@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <iterator>
+#include <random>
+
 #include "DetectionEngine/page/BodyCollector.h"
+#include "DetectionEngine/platform/CharacterClass.h"
 #include "tests/page/Pages.h"
 
 namespace zeph {
@@ -29,6 +33,27 @@ TEST(BodyCollector, CountsWordsAndLineBreaks) {
     const BodyData body = CollectText(row.text);
     EXPECT_EQ(body.wordCount, row.words) << row.text;
     EXPECT_EQ(body.lineBreakCount, row.breaks) << row.text;
+  }
+}
+
+TEST(BodyCollector, CountsLongTextsAsOneUnitAfterAnother) {
+  constexpr std::string_view kUnits[] = {"a", "b", " ", " ", "\\r", "\\n", "\\t", ".", "\\u3000", "\\u00e9", "c"};
+  std::mt19937 random(3);
+  for (int round = 0; round < 500; ++round) {
+    const std::size_t plain = random() % 2 == 0 ? 8 : std::size(kUnits);  // ASCII alone, or all
+    std::string text;
+    for (auto length = random() % 90; length > 0; --length) text += kUnits[random() % plain];
+    const BodyData body = CollectText(text);
+    std::int32_t words = 0;
+    std::int32_t breaks = 0;
+    bool inWord = false;
+    for (const char16_t c : body.visibleText) {
+      words += !inWord && !IsSpace(c) ? 1 : 0;
+      breaks += c == u'\r' || c == u'\n' ? 1 : 0;
+      inWord = !IsSpace(c);
+    }
+    ASSERT_EQ(body.wordCount, words) << text;
+    ASSERT_EQ(body.lineBreakCount, breaks) << text;
   }
 }
 

@@ -55,10 +55,10 @@ TEST(UrlHosts, GiveTheHostOfTheWholeUrl) {
     for (auto length = random() % 6; length > 0; --length) url += kPieces[random() % std::size(kPieces)];
     UrlParser parser;
     const bool decodes = parser.DecodeUrl(url) == 0;
-    const std::u16string* const host = hosts.HostOf(url);
+    const UrlHosts::Host* const host = hosts.HostOf(url);
     ASSERT_EQ(host != nullptr, decodes) << Narrow(url);
     if (decodes) {
-      ASSERT_EQ(*host, parser.Record().HostName) << Narrow(url);
+      ASSERT_EQ(host->name, parser.Record().HostName) << Narrow(url);
     }
   }
   const std::u16string longest = u"http://a.test/" + std::u16string(kMaxUrlLength - 14, u'x');
