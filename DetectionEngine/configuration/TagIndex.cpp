@@ -2,6 +2,7 @@
 #include "DetectionEngine/configuration/TagIndex.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <utility>
@@ -59,8 +60,8 @@ void TagIndex::Assign(std::vector<TagIndexEntry> entries) {
   entries_ = std::move(entries);
   std::stable_sort(entries_.begin(), entries_.end(),
                    [](const TagIndexEntry& a, const TagIndexEntry& b) { return a.Tag < b.Tag; });
-  // Many bits a tag, so that few positions pass without cause, and few enough in all to stay in the cache.
-  const std::size_t bits = std::clamp<std::size_t>(std::bit_ceil(entries_.size() * 128), 1024, 1 << 20);
+  // Many bits a tag, so that few positions pass without cause, and few enough in all to stay in the nearest cache.
+  const std::size_t bits = std::clamp<std::size_t>(std::bit_ceil(entries_.size() * 32), 1024, 1 << 18);
   shift_ = static_cast<unsigned>(64 - std::countr_zero(bits));
   filter_.assign(bits / 64, 0);
   std::fill(std::begin(hasLength_), std::end(hasLength_), false);
@@ -79,24 +80,27 @@ void TagIndex::Set(std::uint64_t key) noexcept {
   filter_[bit / 64] |= std::uint64_t{1} << bit % 64;
 }
 
-bool TagIndex::IsSet(std::uint64_t key) const noexcept {
+inline unsigned TagIndex::IsSet(std::uint64_t key) const noexcept {
   const std::size_t bit = BitOf(key);
-  return (filter_[bit / 64] >> bit % 64 & 1) != 0;
+  return static_cast<unsigned>(filter_[bit / 64] >> bit % 64) & 1;
 }
 
-std::size_t TagIndex::BitOf(std::uint64_t units) const noexcept {
+inline std::size_t TagIndex::BitOf(std::uint64_t units) const noexcept {
   return static_cast<std::size_t>(units * 0x9E3779B97F4A7C15U >> shift_);
 }
 
 /// units: the first four of the text, zeros behind its end.
-inline bool TagIndex::MayBegin(std::uint64_t units, std::u16string_view text) const noexcept {
-  if ((hasLength_[3] && IsSet(units & 0xFFFFFFFFFFFF)) || (hasLength_[2] && IsSet(units & 0xFFFFFFFF)) ||
-      (hasLength_[1] && IsSet(units & 0xFFFF)) || hasLength_[0]) {
-    return true;
+inline unsigned TagIndex::MayBegin(std::uint64_t units, std::u16string_view text) const noexcept {
+  unsigned may = hasLength_[0];
+  if (hasLength_[1]) may |= IsSet(units & 0xFFFF);
+  if (hasLength_[2]) may |= IsSet(units & 0xFFFFFFFF);
+  if (hasLength_[3]) may |= IsSet(units & 0xFFFFFFFFFFFF);
+  if (hasLength_[4]) {
+    // Many tags begin with one word: their next units tell them apart, where they have as many.
+    const std::uint64_t next = UnitsOf(text.substr(std::min(text.size(), kFilterUnits)));
+    may |= IsSet(units) & (IsSet(Further(units, 0)) | IsSet(Further(units, next)));
   }
-  // Many tags begin with one word: their next units tell them apart, where they have as many.
-  if (!hasLength_[4] || !IsSet(units)) return false;
-  return IsSet(Further(units, 0)) || IsSet(Further(units, UnitsOf(text.substr(std::min(text.size(), kFilterUnits)))));
+  return may;
 }
 
 template <TagForm form>
@@ -124,38 +128,47 @@ const TagIndexEntry* TagIndex::SearchEverywhere(std::u16string_view text) const 
     units = units >> kUnitBits | unit << (kUnitBits * (kFilterUnits - 1));
     if (next < kFilterUnits - 1) continue;
     const std::u16string_view rest = text.substr(next - (kFilterUnits - 1));
-    const TagIndexEntry* const entry = MayBegin(units, rest) ? Probe<TagForm::kUrl>(rest) : nullptr;
+    const TagIndexEntry* const entry = MayBegin(units, rest) != 0 ? Probe<TagForm::kUrl>(rest) : nullptr;
     if (entry != nullptr) return entry;
   }
   return nullptr;
 }
 
 const TagIndexEntry* TagIndex::SearchWords(std::u16string_view text) const noexcept {
+  // Words that may be tags are gathered first, without a branch that hangs on the text, and looked up then: texts are
+  // long, tags in them few, and a wrong guess of the processor costs more than a needless question.
+  constexpr std::size_t kStretch = 32 * AsciiBlock::kUnits;
+  std::array<std::size_t, kStretch> places;
   std::uint32_t inWord = 0;  // 1: the unit before is a letter
   for (std::size_t at = 0; at < text.size();) {
-    // Sixteen units at a time; others than ASCII, and the text's end, one by one.
-    std::uint32_t letters = 0;
-    std::size_t length = 1;
-    if (text.size() - at >= AsciiBlock::kUnits) {
-      const AsciiBlock block(&text[at]);
-      if (block.IsAscii()) {
-        letters = block.Letters();
-        length = AsciiBlock::kUnits;
+    std::size_t count = 0;
+    for (const std::size_t end = at + std::min(kStretch, text.size() - at); at < end;) {
+      // Sixteen units at a time; others than ASCII, and the text's end, one by one.
+      std::uint32_t letters = 0;
+      std::size_t length = 1;
+      if (end - at >= AsciiBlock::kUnits) {
+        const AsciiBlock block(&text[at]);
+        if (block.IsAscii()) {
+          letters = block.Letters();
+          length = AsciiBlock::kUnits;
+        }
       }
+      if (length == 1) letters = IsAlpha(LowerOf(text[at])) ? 1 : 0;
+      for (std::uint32_t begins = letters & ~(letters << 1 | inWord); begins != 0; begins &= begins - 1) {
+        const std::size_t place = at + static_cast<std::size_t>(std::countr_zero(begins));
+        const std::u16string_view rest = text.substr(place);
+        places[count] = place;
+        count += MayBegin(UnitsOf(rest), rest);
+      }
+      inWord = letters >> (length - 1) & 1;
+      at += length;
     }
-    if (length == 1) letters = IsAlpha(LowerOf(text[at])) ? 1 : 0;
-    for (std::uint32_t begins = letters & ~(letters << 1 | inWord); begins != 0; begins &= begins - 1) {
-      const TagIndexEntry* const entry = FindAt(text.substr(at + static_cast<std::size_t>(std::countr_zero(begins))));
+    for (std::size_t i = 0; i < count; ++i) {
+      const TagIndexEntry* const entry = Probe<TagForm::kWord>(text.substr(places[i]));
       if (entry != nullptr) return entry;
     }
-    inWord = letters >> (length - 1) & 1;
-    at += length;
   }
   return nullptr;
-}
-
-const TagIndexEntry* TagIndex::FindAt(std::u16string_view text) const noexcept {
-  return MayBegin(UnitsOf(text), text) ? Probe<TagForm::kWord>(text) : nullptr;
 }
 
 std::optional<std::u16string_view> TagIndex::FindTag(std::u16string_view text, TagForm form) const {

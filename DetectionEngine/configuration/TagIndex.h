@@ -41,14 +41,13 @@ class TagIndex {
 
   [[nodiscard]] std::size_t BitOf(std::uint64_t units) const noexcept;
   void Set(std::uint64_t key) noexcept;
-  [[nodiscard]] bool IsSet(std::uint64_t key) const noexcept;
-  [[nodiscard]] bool MayBegin(std::uint64_t units, std::u16string_view text) const noexcept;
+  [[nodiscard]] unsigned IsSet(std::uint64_t key) const noexcept;
+  /// 1 or 0, without branches on the text.
+  [[nodiscard]] unsigned MayBegin(std::uint64_t units, std::u16string_view text) const noexcept;
   template <TagForm form>
   [[nodiscard]] const TagIndexEntry* Probe(std::u16string_view text) const noexcept;
   [[nodiscard]] const TagIndexEntry* SearchEverywhere(std::u16string_view text) const noexcept;
   [[nodiscard]] const TagIndexEntry* SearchWords(std::u16string_view text) const noexcept;
-  /// The tag at the beginning of a word, where there is one.
-  [[nodiscard]] const TagIndexEntry* FindAt(std::u16string_view text) const noexcept;
 
   std::vector<TagIndexEntry> entries_;
   std::vector<std::uint64_t> filter_;      ///< bits by the hash of first units; a clear bit: no tag begins so

@@ -134,7 +134,7 @@ std::unique_ptr<EngineResults> MakeReport(const PageData& page, const Indicators
   report->indicators.reserve(indicators.Entries.size());
   std::ranges::transform(indicators.Entries, std::back_inserter(report->indicators), AsWritten);
   report->pageSource = page.all.pageSource;
-  report->pageText = page.body.visibleText + u" " + page.all.inputValues;
+  report->pageText = std::u16string(page.body.visibleText).append(1, u' ').append(page.all.inputValues);
   report->labelText = page.body.labelText;
   report->title = page.body.title;
   for (const FormRecord& form : page.forms.records) {

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // All that was read from one page. One record per classification, owned by the driver, filled step by step
-// by the collectors, read by fields and methods on the same thread.
+// by the collectors, read by fields and methods on the same thread. Texts of the whole page's size are the document's,
+// which stay as long as the call takes; all others are copies.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "DetectionEngine/url/UrlRecord.h"
@@ -25,9 +27,9 @@ struct FormRecord {
   std::u16string hiddenAddress;   ///< the first such value
   std::u16string action;          ///< as the document gives it
   std::u16string actionScheme;
-  std::u16string actionHost;      ///< the page's host when the action isn't absolute
+  std::u16string actionHost;  ///< the page's host when the action isn't absolute
   std::u16string actionExtension;
-  std::u16string submitValue;     ///< VALUE of the last submit field that had one
+  std::u16string submitValue;  ///< VALUE of the last submit field that had one
   std::int32_t selectCount = 0;
   std::int32_t textareaCount = 0;
   std::int32_t inputCount = 0;
@@ -41,15 +43,15 @@ struct FormRecord {
 };
 
 struct FormData {
-  std::vector<FormRecord> records;     ///< forms that were read to their end, in document order
-  std::int32_t numForms = 0;           ///< length of the document's form collection
-  std::int32_t numVisibleForms = 0;    ///< forms with hasUserFields
-  std::int32_t numPasswordForms = 0;   ///< forms with a password field
+  std::vector<FormRecord> records;    ///< forms that were read to their end, in document order
+  std::int32_t numForms = 0;          ///< length of the document's form collection
+  std::int32_t numVisibleForms = 0;   ///< forms with hasUserFields
+  std::int32_t numPasswordForms = 0;  ///< forms with a password field
 };
 
 struct LinkData {
-  std::vector<std::u16string> urls;         ///< every non-empty target, lower case
-  std::vector<std::u16string> validUrls;    ///< absolute http and https targets that decode
+  std::vector<std::u16string> urls;       ///< every non-empty target, lower case
+  std::vector<std::u16string> validUrls;  ///< absolute http and https targets that decode
   Tally urlTally;
   Tally hostTally;
   Tally brandTally;                         ///< lazy
@@ -57,29 +59,29 @@ struct LinkData {
   std::vector<std::u16string> invalidUrls;  ///< absolute http and https targets that don't decode
   std::vector<std::u16string> otherUrls;
   Tally otherUrlTally;
-  std::int32_t brandLinkCount = 0;          ///< lazy
-  std::u16string dominantBrand;             ///< lazy
-  std::u16string linkText;                  ///< text of all links, each behind one blank, lower case
+  std::int32_t brandLinkCount = 0;  ///< lazy
+  std::u16string dominantBrand;     ///< lazy
+  std::u16string linkText;          ///< text of all links, each behind one blank, lower case
   bool brandCountsReady = false;
 };
 
 struct ImageData {
   std::vector<std::u16string> sources;
-  std::vector<std::int32_t> widths;         ///< -1: not given
-  std::vector<std::int32_t> heights;        ///< -1: not given; same length as widths
+  std::vector<std::int32_t> widths;   ///< -1: not given
+  std::vector<std::int32_t> heights;  ///< -1: not given; same length as widths
   std::vector<std::u16string> validUrls;
   Tally urlTally;
   Tally hostTally;
-  Tally brandTally;                         ///< lazy
-  Tally otherHostTally;                     ///< lazy
+  Tally brandTally;      ///< lazy
+  Tally otherHostTally;  ///< lazy
   std::vector<std::u16string> invalidUrls;
   std::vector<std::u16string> localUrls;
   Tally pathTally;
-  std::vector<std::u16string> paths;        ///< keys of pathTally, in order
+  std::vector<std::u16string> paths;  ///< keys of pathTally, in order
   Tally localTally;
-  std::int32_t brandImageCount = 0;         ///< lazy
-  std::u16string dominantBrand;             ///< lazy
-  std::int32_t totalArea = 0;               ///< held at the largest 32-bit number when it would pass it
+  std::int32_t brandImageCount = 0;  ///< lazy
+  std::u16string dominantBrand;      ///< lazy
+  std::int32_t totalArea = 0;        ///< held at the largest 32-bit number when it would pass it
   std::int32_t uniqueUrlCount = 0;
   std::int32_t ownImageCount = 0;
   bool brandCountsReady = false;
@@ -105,8 +107,8 @@ struct ScriptData {
 };
 
 struct BodyData {
-  std::u16string visibleText;
-  std::u16string html;
+  std::u16string_view visibleText;  ///< lent by the document
+  std::u16string_view html;         ///< lent by the document
   std::u16string title;
   std::int32_t lineBreakCount = 0;
   std::int32_t wordCount = 0;
@@ -139,7 +141,7 @@ struct AllParser {
   std::u16string bodyBackground;
   std::u16string bodyBackgroundExtension;
   std::u16string shortcutIconHost;
-  std::u16string pageSource;
+  std::u16string_view pageSource;  ///< lent by the document
   std::u16string inputValues;
 };
 
@@ -149,11 +151,11 @@ struct PageData {
   ImageData images;
   ScriptData scripts;
   BodyData body;
-  UrlRecord url;            ///< the URL that the page is judged by
+  UrlRecord url;  ///< the URL that the page is judged by
   std::u16string referrer;
   AllParser all;
   std::u16string structure;
-  UrlRecord documentUrl;    ///< the document's own URL when the caller gave another one
+  UrlRecord documentUrl;  ///< the document's own URL when the caller gave another one
   bool imageTextFound = false;
   std::u16string diagnosticText;
   const Configuration* configuration = nullptr;

@@ -88,10 +88,10 @@ TEST(AllCollectionParser, SortsElementsByTag) {
 }
 
 TEST(AllCollectionParser, KeepsTheFirstSourceThatComes) {
-  const AllParser all = ParseBoth(*Page("'get_all': [], 'tags': {'HTML': [0, 1, 2]}",
-                                        "{}, {'IHTMLElement': {'get_outerHTML': '<HTML>1'}},"
-                                        "{'IHTMLElement': {'get_outerHTML': '<HTML>2'}}"));
-  EXPECT_EQ(all.pageSource, u"<HTML>1");
+  const auto page = Page("'get_all': [], 'tags': {'HTML': [0, 1, 2]}",
+                         "{}, {'IHTMLElement': {'get_outerHTML': '<HTML>1'}},"
+                         "{'IHTMLElement': {'get_outerHTML': '<HTML>2'}}");
+  EXPECT_EQ(ParseBoth(*page).pageSource, u"<HTML>1");
 }
 
 TEST(AllCollectionParser, ReadsTheDelayOfARefresh) {

@@ -11,13 +11,16 @@ namespace {
 
 using Texts = std::vector<std::u16string>;
 
-BodyData CollectText(std::string_view text) {
-  BodyData body;
-  EXPECT_EQ(CollectBodyData(Page("'get_body': 0", "{'IHTMLElement': {'get_innerText': '" + std::string(text) +
-                                                      "', 'get_innerHTML': '<P>'}}")
-                                .get(),
-                            body),
-            0);
+/// With the document that lends its texts.
+struct CollectedBody : BodyData {
+  std::unique_ptr<RecordedDocument> page;
+};
+
+CollectedBody CollectText(std::string_view text) {
+  CollectedBody body;
+  body.page =
+      Page("'get_body': 0", "{'IHTMLElement': {'get_innerText': '" + std::string(text) + "', 'get_innerHTML': '<P>'}}");
+  EXPECT_EQ(CollectBodyData(body.page.get(), body), 0);
   EXPECT_EQ(body.html, u"<P>");
   return body;
 }
@@ -30,7 +33,7 @@ TEST(BodyCollector, CountsWordsAndLineBreaks) {
   const Row rows[] = {{"", 0, 0},           {" \\r\\n ", 0, 2},          {"two words", 2, 0},
                       {"two words ", 2, 0}, {" a\\nb\\u3000c\\r", 3, 2}, {"a\\u00a0b", 1, 0}};
   for (const Row& row : rows) {
-    const BodyData body = CollectText(row.text);
+    const CollectedBody body = CollectText(row.text);
     EXPECT_EQ(body.wordCount, row.words) << row.text;
     EXPECT_EQ(body.lineBreakCount, row.breaks) << row.text;
   }
@@ -43,7 +46,7 @@ TEST(BodyCollector, CountsLongTextsAsOneUnitAfterAnother) {
     const std::size_t plain = random() % 2 == 0 ? 8 : std::size(kUnits);  // ASCII alone, or all
     std::string text;
     for (auto length = random() % 90; length > 0; --length) text += kUnits[random() % plain];
-    const BodyData body = CollectText(text);
+    const CollectedBody body = CollectText(text);
     std::int32_t words = 0;
     std::int32_t breaks = 0;
     bool inWord = false;

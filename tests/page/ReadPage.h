@@ -57,9 +57,10 @@ inline std::u16string Everything(const PageData& page) {
     addAll(*list);
   }
   for (const std::int32_t width : page.images.widths) text += static_cast<char16_t>(width);
-  for (const std::u16string* piece : {&page.all.pageSource, &page.all.inputValues, &page.all.shortcutIconHost,
-                                      &page.links.linkText, &page.body.visibleText, &page.body.html, &page.body.title,
-                                      &page.structure, &page.diagnosticText, &page.referrer, &page.url.RawUrl}) {
+  for (const std::u16string_view piece : {page.all.pageSource, page.body.visibleText, page.body.html}) add(piece);
+  for (const std::u16string* piece :
+       {&page.all.inputValues, &page.all.shortcutIconHost, &page.links.linkText, &page.body.title, &page.structure,
+        &page.diagnosticText, &page.referrer, &page.url.RawUrl}) {
     add(*piece);
   }
   return text;
