@@ -35,6 +35,9 @@ inline std::uint64_t UnitsOf(std::u16string_view text) noexcept {
   return units;
 }
 
+/// 1 or 0.
+std::uint32_t IsLetter(char16_t c) noexcept { return IsAlpha(LowerOf(c)) ? 1 : 0; }
+
 /// A key for the first four units and the next, 0 for those of a tag that hasn't as many.
 std::uint64_t Further(std::uint64_t units, std::uint64_t next) noexcept {
   return (units ^ 0xD6E8FEB86659FD93U) * 0xC2B2AE3D27D4EB4FU ^ next;
@@ -90,7 +93,8 @@ inline std::size_t TagIndex::BitOf(std::uint64_t units) const noexcept {
 }
 
 /// units: the first four of the text, zeros behind its end.
-inline unsigned TagIndex::MayBegin(std::uint64_t units, std::u16string_view text) const noexcept {
+[[gnu::always_inline]] inline unsigned TagIndex::MayBegin(std::uint64_t units,
+                                                          std::u16string_view text) const noexcept {
   unsigned may = hasLength_[0];
   if (hasLength_[1]) may |= IsSet(units & 0xFFFF);
   if (hasLength_[2]) may |= IsSet(units & 0xFFFFFFFF);
@@ -143,17 +147,19 @@ const TagIndexEntry* TagIndex::SearchWords(std::u16string_view text) const noexc
   for (std::size_t at = 0; at < text.size();) {
     std::size_t count = 0;
     for (const std::size_t end = at + std::min(kStretch, text.size() - at); at < end;) {
-      // Sixteen units at a time; others than ASCII, and the text's end, one by one.
       std::uint32_t letters = 0;
       std::size_t length = 1;
       if (end - at >= AsciiBlock::kUnits) {
         const AsciiBlock block(&text[at]);
-        if (block.IsAscii()) {
-          letters = block.Letters();
-          length = AsciiBlock::kUnits;
+        letters = block.Letters();
+        for (std::uint32_t others = block.Others(); others != 0; others &= others - 1) {
+          const int other = std::countr_zero(others);
+          letters |= IsLetter(text[at + static_cast<std::size_t>(other)]) << other;
         }
+        length = AsciiBlock::kUnits;
+      } else {
+        letters = IsLetter(text[at]);
       }
-      if (length == 1) letters = IsAlpha(LowerOf(text[at])) ? 1 : 0;
       for (std::uint32_t begins = letters & ~(letters << 1 | inWord); begins != 0; begins &= begins - 1) {
         const std::size_t place = at + static_cast<std::size_t>(std::countr_zero(begins));
         const std::u16string_view rest = text.substr(place);

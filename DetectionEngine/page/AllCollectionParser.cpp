@@ -43,15 +43,28 @@ bool EqualsNoCase(std::u16string_view text, std::u16string_view other) noexcept 
   return text.size() == other.size() && StartsWithNoCase(text, other);
 }
 
+/// A tag name as one number, the same for all that have units other than ASCII or more than eight: no row's has.
+std::uint64_t TagKey(std::u16string_view tagName) noexcept {
+  constexpr std::size_t kLongest = 8;
+  if (tagName.size() > kLongest) return ~std::uint64_t{0};
+  std::uint64_t key = 0;
+  for (const char16_t c : tagName) {
+    if (c >= 0x80) return ~std::uint64_t{0};
+    key = key << 8 | c;
+  }
+  return key;
+}
+
 class Pass {
  public:
   explicit Pass(AllParser& data) : data_(data) {
-    for (std::size_t i = 0; i < kRows.size(); ++i) tags_[i] = StringEntry(kRows[i].tag);
+    for (std::size_t i = 0; i < kRows.size(); ++i) tags_[i] = TagKey(StringEntry(kRows[i].tag));
   }
 
   Status ReadFields(IHTMLDocument2& document) {
+    const std::u16string_view inputTag = StringEntry(kInputTag);
     WalkAll(document, [&](std::u16string_view tagName, DocumentObject&, IHTMLElement& element) {
-      if (tagName == StringEntry(kInputTag)) ReadField(element);
+      if (tagName == inputTag) ReadField(element);
     });
     return reader_.LastStatus();
   }
@@ -59,7 +72,7 @@ class Pass {
   Status ReadEverything(IHTMLDocument2& document) {
     ReadPageSource(document);
     WalkAll(document, [&](std::u16string_view tagName, DocumentObject& object, IHTMLElement& element) {
-      const auto at = std::ranges::find(tags_, tagName);
+      const auto at = std::ranges::find(tags_, TagKey(tagName));
       if (at != tags_.end()) (this->*kRows[static_cast<std::size_t>(at - tags_.begin())].read)(object, element);
     });
     return reader_.LastStatus();
@@ -224,7 +237,7 @@ class Pass {
   }
 
   AllParser& data_;
-  std::array<std::u16string_view, kTagCount> tags_;  ///< of the rows
+  std::array<std::uint64_t, kTagCount> tags_;  ///< keys of the rows' tags
   DocumentReader reader_;
   TextBudget budget_;
   SearchedTexts searched_;

@@ -31,14 +31,16 @@ void CountText(std::u16string_view text, BodyData& data) {
   for (std::size_t at = 0; at < text.size();) {
     if (text.size() - at >= AsciiBlock::kUnits) {
       const AsciiBlock block(&text[at]);
-      if (block.IsAscii()) {
-        const std::uint32_t spaces = block.Spaces();
-        words += static_cast<std::size_t>(std::popcount(spaces & (~spaces << 1 | inWord) & 0xFFFF));
-        breaks += static_cast<std::size_t>(std::popcount(block.Equal('\r') | block.Equal('\n')));
-        inWord = ~spaces >> (AsciiBlock::kUnits - 1) & 1;
-        at += AsciiBlock::kUnits;
-        continue;
+      std::uint32_t spaces = block.Spaces();
+      for (std::uint32_t others = block.Others(); others != 0; others &= others - 1) {
+        const int other = std::countr_zero(others);
+        spaces |= std::uint32_t{IsSpace(text[at + static_cast<std::size_t>(other)])} << other;
       }
+      words += static_cast<std::size_t>(std::popcount(spaces & (~spaces << 1 | inWord) & 0xFFFF));
+      breaks += static_cast<std::size_t>(std::popcount(block.Equal('\r') | block.Equal('\n')));
+      inWord = ~spaces >> (AsciiBlock::kUnits - 1) & 1;
+      at += AsciiBlock::kUnits;
+      continue;
     }
     const std::uint32_t isSpace = IsSpace(text[at]) ? 1 : 0;
     words += inWord & isSpace;

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <limits>
 #include <map>
 #include <optional>
@@ -120,7 +119,7 @@ class ImageReader {
   ImageData& data_;
   DocumentReader reader_;
   TextBudget budget_;
-  std::map<std::u16string, Source, std::less<>> sources_;
+  std::map<std::u16string, Source, UnitOrder> sources_;
 };
 
 }  // namespace

@@ -20,44 +20,39 @@ constexpr std::uint64_t Pack(const Text& name) noexcept {
   return packed;
 }
 
-/// The marks of a tag by its packed name, in its form without attributes; 0 for a tag that no one asks for.
-constexpr TagMarks MarkOf(std::uint64_t packedName) noexcept {
-  using namespace std::string_view_literals;
-  switch (packedName) {
-    case Pack("P"sv):
-      return BareTag(MarkupTag::kP);
-    case Pack("DIV"sv):
-      return BareTag(MarkupTag::kDiv);
-    case Pack("BR"sv):
-      return BareTag(MarkupTag::kBr);
-    case Pack("TR"sv):
-      return BareTag(MarkupTag::kTr);
-    case Pack("UL"sv):
-      return BareTag(MarkupTag::kUl);
-    case Pack("OL"sv):
-      return BareTag(MarkupTag::kOl);
-    case Pack("LI"sv):
-      return BareTag(MarkupTag::kLi);
-    case Pack("HR"sv):
-      return BareTag(MarkupTag::kHr);
-    case Pack("FORM"sv):
-      return BareTag(MarkupTag::kForm);
-    case Pack("INPUT"sv):
-      return BareTag(MarkupTag::kInput);
-    case Pack("SELECT"sv):
-      return BareTag(MarkupTag::kSelect);
-    case Pack("TEXTAREA"sv):
-      return BareTag(MarkupTag::kTextarea);
-    case Pack("IMG"sv):
-      return BareTag(MarkupTag::kImg);
-    case Pack("SCRIPT"sv):
-      return BareTag(MarkupTag::kScript);
-    case Pack("STYLE"sv):
-      return BareTag(MarkupTag::kStyle);
-    default:
-      return 0;
+/// The names that somebody asks for, by a hash that keeps them apart.
+class NameTable {
+ public:
+  consteval NameTable() {
+    using namespace std::string_view_literals;
+    constexpr std::array kNames = {"P"sv,    "DIV"sv,   "BR"sv,     "TR"sv,       "UL"sv,  "OL"sv,     "LI"sv,   "HR"sv,
+                                   "FORM"sv, "INPUT"sv, "SELECT"sv, "TEXTAREA"sv, "IMG"sv, "SCRIPT"sv, "STYLE"sv};
+    static_assert(kNames.size() == static_cast<std::size_t>(MarkupTag::kStyle) + 1);
+    for (std::size_t i = 0; i < kNames.size(); ++i) {
+      Row& row = rows_[PlaceOf(Pack(kNames[i]))];
+      if (row.name != 0) throw "two names fall together: take another factor";
+      row = {Pack(kNames[i]), BareTag(static_cast<MarkupTag>(i))};
+    }
   }
-}
+  /// The marks of a tag by its packed name, in its form without attributes; 0 for a tag that no one asks for.
+  [[nodiscard]] TagMarks MarkOf(std::uint64_t packedName) const noexcept {
+    const Row& row = rows_[PlaceOf(packedName)];
+    return row.name == packedName ? row.mark : 0;
+  }
+
+ private:
+  struct Row {
+    std::uint64_t name = 0;
+    TagMarks mark = 0;
+  };
+  static constexpr std::size_t PlaceOf(std::uint64_t packedName) noexcept {
+    return static_cast<std::size_t>(packedName * kFactor >> 58);
+  }
+  static constexpr std::uint64_t kFactor = 0xC4647159C324C985U;
+
+  std::array<Row, 64> rows_{};
+};
+constexpr NameTable kNames;
 
 /// The mark of what stands at a "<".
 TagMarks MarkAt(std::u16string_view text) noexcept {
@@ -67,7 +62,7 @@ TagMarks MarkAt(std::u16string_view text) noexcept {
   std::size_t end = begin;
   while (end < text.size() && text[end] >= u'A' && text[end] <= u'Z') ++end;
   if (end == begin || end - begin > kLongestName || end == text.size()) return 0;
-  const TagMarks bare = MarkOf(Pack(text.substr(begin, end - begin)));
+  const TagMarks bare = kNames.MarkOf(Pack(text.substr(begin, end - begin)));
   if (text[end] == u'>') return closing ? bare << 2 : bare;
   return text[end] == u' ' && !closing ? bare << 1 : 0;
 }

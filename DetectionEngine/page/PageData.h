@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "DetectionEngine/url/UnitOrder.h"
 #include "DetectionEngine/url/UrlRecord.h"
 
 namespace zeph {
@@ -17,7 +18,7 @@ namespace zeph {
 struct Configuration;
 
 /// Text to count, in ascending order of the 16-bit code units.
-using Tally = std::map<std::u16string, std::int32_t, std::less<>>;
+using Tally = std::map<std::u16string, std::int32_t, UnitOrder>;
 
 /// One form of the page.
 struct FormRecord {

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -31,7 +30,7 @@ class UrlHosts {
   Host* HostOf(std::u16string_view url);
 
  private:
-  std::map<std::u16string, std::optional<Host>, std::less<>> hosts_;
+  std::map<std::u16string, std::optional<Host>, UnitOrder> hosts_;
 };
 
 /// Sorts http and https URLs into those that decode, which are counted by URL and by host, and those that don't.

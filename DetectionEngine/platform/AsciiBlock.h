@@ -19,36 +19,39 @@ class AsciiBlock {
   explicit AsciiBlock(const char16_t* units) noexcept {
     const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units));
     const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + 8));
-    const __m128i beyond = _mm_and_si128(_mm_or_si128(low, high), _mm_set1_epi16(static_cast<short>(0xFF80)));
-    isAscii_ = _mm_movemask_epi8(_mm_cmpeq_epi16(beyond, _mm_setzero_si128())) == 0xFFFF;
+    const __m128i beyond = _mm_set1_epi16(static_cast<short>(0xFF80));
+    const __m128i none = _mm_setzero_si128();
+    ascii_ = _mm_packs_epi16(_mm_cmpeq_epi16(_mm_and_si128(low, beyond), none),
+                             _mm_cmpeq_epi16(_mm_and_si128(high, beyond), none));
     bytes_ = _mm_packus_epi16(low, high);
   }
 
-  /// Unless all units are ASCII, the other answers mean nothing.
-  [[nodiscard]] bool IsAscii() const noexcept { return isAscii_; }
+  /// Units that aren't ASCII. None of the other sets has them.
+  [[nodiscard]] std::uint32_t Others() const noexcept { return ~Bits(ascii_) & 0xFFFF; }
   [[nodiscard]] std::uint32_t Letters() const noexcept {
     return Within(_mm_or_si128(bytes_, _mm_set1_epi8(0x20)), 'a', 'z');
   }
   /// White space as IsSpace has it.
   [[nodiscard]] std::uint32_t Spaces() const noexcept { return Within(bytes_, 9, 13) | Equal(' '); }
   [[nodiscard]] std::uint32_t Equal(char c) const noexcept {
-    return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes_, _mm_set1_epi8(c))));
+    return Bits(_mm_and_si128(_mm_cmpeq_epi8(bytes_, _mm_set1_epi8(c)), ascii_));
   }
 
  private:
-  static std::uint32_t Within(__m128i bytes, char first, char last) noexcept {
+  static std::uint32_t Bits(__m128i bytes) noexcept { return static_cast<std::uint32_t>(_mm_movemask_epi8(bytes)); }
+  [[nodiscard]] std::uint32_t Within(__m128i bytes, char first, char last) const noexcept {
     const __m128i above = _mm_cmpgt_epi8(bytes, _mm_set1_epi8(static_cast<char>(first - 1)));
     const __m128i below = _mm_cmplt_epi8(bytes, _mm_set1_epi8(static_cast<char>(last + 1)));
-    return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_and_si128(above, below)));
+    return Bits(_mm_and_si128(_mm_and_si128(above, below), ascii_));
   }
 
   __m128i bytes_;
-  bool isAscii_;
+  __m128i ascii_;
 #else
   explicit AsciiBlock(const char16_t* units) noexcept : units_(units) {}
 
-  [[nodiscard]] bool IsAscii() const noexcept {
-    return Where([](char16_t c) { return c >= 0x80; }) == 0;
+  [[nodiscard]] std::uint32_t Others() const noexcept {
+    return Where([](char16_t c) { return c >= 0x80; });
   }
   [[nodiscard]] std::uint32_t Letters() const noexcept {
     return Where([](char16_t c) { return (c | 0x20) >= u'a' && (c | 0x20) <= u'z'; });

@@ -3,12 +3,14 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <limits>
 #include <system_error>
 #include <utility>
 
 #include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/platform/UnitBlock.h"
 
 namespace zeph {
 
@@ -30,10 +32,19 @@ struct Origins {
   char16_t second;
   char16_t third;
 
-  /// 1 or 0, without a branch.
-  [[nodiscard]] unsigned Hold(char16_t c) const noexcept {
-    return static_cast<unsigned>(c == self) | static_cast<unsigned>(c == second) | static_cast<unsigned>(c == third);
+  [[nodiscard]] bool Holds(char16_t c) const noexcept { return c == self || c == second || c == third; }
+  /// Which of a block's units it holds.
+  [[nodiscard]] std::uint32_t In(const char16_t* units) const noexcept {
+    return UnitBlock(units).AnyOf(self, second, third);
   }
+};
+
+/// The unit itself alone.
+struct Itself {
+  char16_t self;
+
+  [[nodiscard]] bool Holds(char16_t c) const noexcept { return c == self; }
+  [[nodiscard]] std::uint32_t In(const char16_t* units) const noexcept { return UnitBlock(units).AnyOf(self); }
 };
 
 /// The inverse of LowerOf. The search filters by it, so that it need not fold the text.
@@ -71,7 +82,7 @@ class OriginTable {
   std::array<Origins, 128> ascii_{};
 };
 
-Origins OriginsOf(AsIs, char16_t c) noexcept { return {c, c, c}; }
+Itself OriginsOf(AsIs, char16_t c) noexcept { return {c}; }
 Origins OriginsOf(Folded, char16_t c) noexcept { return OriginTable::Get().Of(LowerOf(c)); }
 
 /// The start of the needle's greatest suffix, in one of the two orders of units, and that suffix's period.
@@ -143,31 +154,28 @@ template <typename Fold>
 std::size_t Find(std::u16string_view text, std::u16string_view needle, std::size_t from) noexcept {
   if (from > text.size() || text.size() - from < needle.size()) return kNone;
   if (needle.empty()) return from;
-  const Origins first = OriginsOf(Fold{}, needle.front());
-  const Origins last = OriginsOf(Fold{}, needle.back());
+  const auto first = OriginsOf(Fold{}, needle.front());
+  const auto last = OriginsOf(Fold{}, needle.back());
   const char16_t* const heads = text.data();
   const char16_t* const tails = heads + needle.size() - 1;
   const std::size_t end = text.size() - needle.size() + 1;
-  constexpr std::size_t kBlock = 32;
   std::size_t spent = 0;
-  for (std::size_t at = from; at < end;) {
-    std::size_t block = std::min(kBlock, end - at);
-    if (block == kBlock) {
-      unsigned any = 0;
-      for (std::size_t i = 0; i < kBlock; ++i) any |= first.Hold(heads[at + i]) & last.Hold(tails[at + i]);
-      if (any == 0) {
-        at += kBlock;
-        continue;
-      }
+  const auto standsAt = [&](std::size_t at) {
+    std::size_t i = 1;
+    while (i + 1 < needle.size() && Fold::Of(heads[at + i]) == Fold::Of(needle[i])) ++i;
+    spent += i;
+    return i + 1 >= needle.size();
+  };
+  std::size_t at = from;
+  for (; end - at >= UnitBlock::kUnits; at += UnitBlock::kUnits) {
+    for (std::uint32_t hits = first.In(&heads[at]) & last.In(&tails[at]); hits != 0; hits &= hits - 1) {
+      const std::size_t hit = at + static_cast<std::size_t>(std::countr_zero(hits));
+      if (standsAt(hit)) return hit;
     }
-    for (; block > 0; --block, ++at) {
-      if ((first.Hold(heads[at]) & last.Hold(tails[at])) == 0) continue;
-      std::size_t i = 1;
-      while (i + 1 < needle.size() && Fold::Of(heads[at + i]) == Fold::Of(needle[i])) ++i;
-      if (i + 1 >= needle.size()) return at;
-      spent += i;
-    }
-    if (spent > 8 * (at - from) + 256) return FindTwoWay<Fold>(text, needle, at);
+    if (spent > 8 * (at - from) + 256) return FindTwoWay<Fold>(text, needle, at + UnitBlock::kUnits);
+  }
+  for (; at < end; ++at) {
+    if (first.Holds(heads[at]) && last.Holds(tails[at]) && standsAt(at)) return at;
   }
   return kNone;
 }
@@ -189,21 +197,11 @@ std::size_t KeepOnly(std::u16string& text, Keep keep) {
 }
 
 void MakeLowerAll(char16_t* text, std::size_t length) noexcept {
-  constexpr std::size_t kBlock = 32;
   std::size_t at = 0;
-  for (; length - at >= kBlock; at += kBlock) {
-    char16_t* const block = text + at;
-    unsigned any = 0;
-    for (std::size_t i = 0; i < kBlock; ++i) any |= block[i];
-    if (any < 0x80) {
-      for (std::size_t i = 0; i < kBlock; ++i) {
-        const bool upper = static_cast<char16_t>(block[i] - u'A') < 26;
-        block[i] = static_cast<char16_t>(block[i] + (upper ? 32 : 0));
-      }
-    } else {
-      const auto& lower = detail::Characters().lower;
-      for (std::size_t i = 0; i < kBlock; ++i) block[i] = lower[block[i]];
-    }
+  for (; length - at >= 8; at += 8) {
+    if (LowerEightAscii(text + at)) continue;
+    const auto& lower = detail::Characters().lower;
+    for (std::size_t i = at; i < at + 8; ++i) text[i] = lower[text[i]];
   }
   for (; at < length; ++at) text[at] = LowerOf(text[at]);
 }

@@ -2,9 +2,14 @@
 #include "documents/html/Markup.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "documents/html/Scan.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace zeph::html {
 namespace {
@@ -16,6 +21,49 @@ constexpr char16_t Upper(char16_t c) noexcept { return c >= u'a' && c <= u'z' ? 
 constexpr bool IsBare(char16_t c) noexcept {
   return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'-' || c == u'_' ||
          c == u'/' || c == u'#';
+}
+
+/// What the units of a value ask for, together.
+constexpr unsigned kQuotes = 1;
+constexpr unsigned kReferences = 2;
+constexpr auto kAsciiNeeds = [] {
+  std::array<std::uint8_t, 128> needs{};
+  for (char16_t c = 0; c < 128; ++c) {
+    needs[c] = static_cast<std::uint8_t>((IsBare(c) ? 0U : kQuotes) | (c == u'&' || c == u'"' ? kReferences : 0U));
+  }
+  return needs;
+}();
+unsigned NeedsOf(std::u16string_view value) noexcept {
+  unsigned needs = value.empty() ? kQuotes : 0U;
+  for (const char16_t c : value) {
+    needs |= c < 128 ? kAsciiNeeds[c] : c == u'\u00A0' ? kQuotes | kReferences : kQuotes;
+  }
+  return needs;
+}
+
+/// The first blank that isn't a single " " between two other characters, or the end.
+const char16_t* EndOfRun(const char16_t* at, const char16_t* end) noexcept {
+#if defined(__SSE2__)
+  const auto equal = [](__m128i block, char16_t c) {
+    return _mm_cmpeq_epi16(block, _mm_set1_epi16(static_cast<short>(c)));
+  };
+  const auto breaks = [&](__m128i block) {
+    return _mm_or_si128(_mm_or_si128(equal(block, u'\n'), equal(block, u'\t')),
+                        _mm_or_si128(equal(block, u'\f'), equal(block, u'\r')));
+  };
+  for (; end - at > 8; at += 8) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+    const __m128i behind = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at + 1));
+    const __m128i blanksBehind = _mm_or_si128(equal(behind, u' '), breaks(behind));
+    const __m128i hits = _mm_or_si128(breaks(block), _mm_and_si128(equal(block, u' '), blanksBehind));
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(hits));
+    if (mask != 0) return at + __builtin_ctz(mask) / 2;
+  }
+#endif
+  for (; at != end; ++at) {
+    if (IsBlank(*at) && (*at != u' ' || at + 1 == end || IsBlank(at[1]))) return at;
+  }
+  return end;
 }
 
 std::u16string_view Trimmed(std::u16string_view text) {
@@ -37,7 +85,11 @@ class Writer {
   void Put(std::u16string_view text) {
     if (!text.empty()) std::memcpy(out_.Extend(text.size()), text.data(), 2 * text.size());
   }
-  void PutUpper(std::u16string_view text) { std::ranges::transform(text, out_.Extend(text.size()), Upper); }
+  void PutTagName(const Tree& tree, NameId id) {
+    if (id < name::kKnownCount) return Put(KnownNameInUpperCase(id));
+    const std::u16string_view text = tree.NameText(id);
+    std::ranges::transform(text, out_.Extend(text.size()), Upper);
+  }
 
   template <char16_t... kSpecial>
   void PutEscaped(std::u16string_view text) {
@@ -143,19 +195,20 @@ class MarkupWriter {
   void Enter(NodeId id, const Node& node) {
     const std::uint32_t begin = out_.Place();
     out_.Put(u'<');
-    out_.PutUpper(tree_.NameText(node.name));
+    out_.PutTagName(tree_, node.name);
     for (const Attribute& item : tree_.AttributesOf(id)) {
       out_.Put(u' ');
       out_.Put(tree_.NameText(item.name));
       out_.Put(u'=');
       const std::u16string_view value = values_.Read(id, item);
-      if (!value.empty() && std::ranges::all_of(value, IsBare)) {
-        out_.Put(value);
-      } else {
-        out_.Put(u'"');
+      const unsigned needs = NeedsOf(value);
+      if ((needs & kQuotes) != 0) out_.Put(u'"');
+      if ((needs & kReferences) != 0) {
         out_.PutEscaped<u'&', u'"', u'\u00A0'>(value);
-        out_.Put(u'"');
+      } else {
+        out_.Put(value);
       }
+      if ((needs & kQuotes) != 0) out_.Put(u'"');
     }
     out_.Put(u'>');
     const std::size_t index = indexer_.Enter(id);
@@ -167,7 +220,7 @@ class MarkupWriter {
     if ((Kinds(node) & kVoid) != 0) return;
     const std::uint32_t innerEnd = out_.Place();
     out_.Put(u"</");
-    out_.PutUpper(tree_.NameText(node.name));
+    out_.PutTagName(tree_, node.name);
     out_.Put(u'>');
     const std::uint32_t index = open_.back();
     open_.Pop();
@@ -272,11 +325,11 @@ class TextWriter {
         ++at;
         continue;
       }
-      const char16_t* const blank = FindAny<u' ', u'\n', u'\t', u'\f', u'\r'>(at, end);
+      const char16_t* const runEnd = EndOfRun(at, end);
       Flush();
-      out_.Put(std::u16string_view(at, static_cast<std::size_t>(blank - at)));
+      out_.Put(std::u16string_view(at, static_cast<std::size_t>(runEnd - at)));
       lineHasText_ = true;
-      at = blank;
+      at = runEnd;
     }
   }
 

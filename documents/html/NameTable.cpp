@@ -18,6 +18,29 @@ constexpr std::array<KnownName, name::kKnownCount> kKnown = {{
 #undef ZEPH_NAME
 }};
 
+/// The known names in upper case, one behind another.
+struct UpperNames {
+  static constexpr std::size_t kSize = [] {
+    std::size_t size = 0;
+    for (const KnownName& known : kKnown) size += known.text.size();
+    return size;
+  }();
+  std::array<char16_t, kSize> text{};
+  std::array<std::uint16_t, name::kKnownCount + 1> begins{};
+};
+consteval UpperNames MakeUpperNames() {
+  UpperNames names;
+  std::size_t at = 0;
+  for (std::size_t id = 0; id < kKnown.size(); ++id) {
+    for (const char16_t c : kKnown[id].text) {
+      names.text[at++] = c >= u'a' && c <= u'z' ? static_cast<char16_t>(c - 32) : c;
+    }
+    names.begins[id + 1] = static_cast<std::uint16_t>(at);
+  }
+  return names;
+}
+constexpr UpperNames kUpperNames = MakeUpperNames();
+
 constexpr std::uint64_t KnownKey(std::u16string_view text) noexcept {
   std::uint64_t key = text.size() <= NameKey::kShort ? 0 : 0x9E3779B97F4A7C15U;
   for (const char16_t c : text) key = text.size() <= NameKey::kShort ? key << 8 | c : (key ^ c) * 0x100000001B3U;
@@ -65,6 +88,11 @@ std::uint64_t ProcessSecret() {
 std::uint16_t KindsOf(NameId id) noexcept { return id < name::kKnownCount ? kKnown[id].kinds : std::uint16_t{0}; }
 
 std::u16string_view KnownNameText(NameId id) noexcept { return kKnown[id].text; }
+
+std::u16string_view KnownNameInUpperCase(NameId id) noexcept {
+  const std::size_t begin = kUpperNames.begins[id];
+  return {kUpperNames.text.data() + begin, kUpperNames.begins[id + 1] - begin};
+}
 
 NameId FindKnownName(std::u16string_view text) noexcept {
   const std::uint64_t key = KnownKey(text);

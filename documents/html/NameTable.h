@@ -45,6 +45,8 @@ enum NameKind : std::uint16_t {
 [[nodiscard]] std::uint16_t KindsOf(NameId id) noexcept;
 /// The text of a known name, lower case.
 [[nodiscard]] std::u16string_view KnownNameText(NameId id) noexcept;
+/// The same in upper case.
+[[nodiscard]] std::u16string_view KnownNameInUpperCase(NameId id) noexcept;
 /// The number of a known name in lower case, or kKnownCount.
 [[nodiscard]] NameId FindKnownName(std::u16string_view text) noexcept;
 

@@ -171,6 +171,7 @@ std::u16string_view PageView::Title() {
 std::u16string_view PageView::TagName(NodeId id) {
   const Node& node = tree_.nodes[id];
   if (node.kind == NodeKind::kComment) return u"!";
+  if (node.name < kKnownCount) return KnownNameInUpperCase(node.name);
   const auto [found, isNew] = tagNames_.try_emplace(node.name);
   if (isNew) {
     std::u16string upper(tree_.NameText(node.name));

@@ -88,7 +88,7 @@ class PageView : private ValueReader {
   std::u16string scratch_;
   std::unordered_map<std::uint32_t, std::u16string_view> values_;  ///< read values, by the place of the attribute
   std::unordered_map<NodeId, std::u16string_view> contents_;       ///< texts that stand in pieces
-  std::unordered_map<NameId, std::u16string_view> tagNames_;
+  std::unordered_map<NameId, std::u16string_view> tagNames_;       ///< of names that aren't known beforehand
   std::unordered_map<std::u16string_view, std::optional<ImageSize>> sizes_;  ///< by the source as written
 };
 
