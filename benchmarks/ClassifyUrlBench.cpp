@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The whole of ClassifyURL with the default package, log off, the score cache missed, against libcurl's parse of the same
-// URL in the same run.
+// The whole of ClassifyURL with the default package, log off, the score cache missed, against libcurl's parse of the
+// same URL in the same run.
 #include <filesystem>
 
 #include "DetectionEngine/DetectionEngine.h"
@@ -27,7 +27,7 @@ void VariedUrlsOneByOne(benchmark::State& state) {
   LoadDefaultPackage();
   Measure(state, VariedUrls(), Classify);
 }
-BENCHMARK(VariedUrlsOneByOne);
+BENCHMARK(VariedUrlsOneByOne)->UseManualTime();
 
 void ByLength(benchmark::State& state) {
   LoadDefaultPackage();
@@ -43,11 +43,8 @@ void ByLength(benchmark::State& state) {
     urls.push_back(url);
   }
   Measure(state, urls, Classify);
-  state.counters["ns_per_character"] =
-      benchmark::Counter(static_cast<double>(state.range(0)) * 1e-9,
-                         benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
-BENCHMARK(ByLength)->Arg(64)->Arg(256)->Arg(1024)->Arg(2083);
+BENCHMARK(ByLength)->Arg(64)->Arg(256)->Arg(1024)->Arg(2083)->UseManualTime();
 
 /// The same URLs while the site lists grow: the cost should stay.
 void BySiteListSize(benchmark::State& state) {
@@ -66,7 +63,7 @@ void BySiteListSize(benchmark::State& state) {
   Measure(state, VariedUrls(), Classify);
   Process().configurationMgr.Publish(base);
 }
-BENCHMARK(BySiteListSize)->Arg(0)->Arg(1000)->Arg(100'000);
+BENCHMARK(BySiteListSize)->Arg(0)->Arg(1000)->Arg(100'000)->UseManualTime();
 
 }  // namespace
 }  // namespace zeph

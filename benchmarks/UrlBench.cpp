@@ -66,7 +66,7 @@ void MeasureRecordScore(benchmark::State& state, const std::vector<std::u16strin
 }
 
 void BM_Decode(benchmark::State& state) { MeasureDecode(state, VariedUrls()); }
-BENCHMARK(BM_Decode);
+BENCHMARK(BM_Decode)->UseManualTime();
 
 /// A configuration's worth of rules that don't match.
 void BM_DecodeWithRedirectors(benchmark::State& state) {
@@ -77,10 +77,10 @@ void BM_DecodeWithRedirectors(benchmark::State& state) {
     benchmark::DoNotOptimize(parser.DecodeWithRedirectors(url, rules));
   });
 }
-BENCHMARK(BM_DecodeWithRedirectors);
+BENCHMARK(BM_DecodeWithRedirectors)->UseManualTime();
 
 void BM_ScoreOfRecord(benchmark::State& state) { MeasureRecordScore(state, VariedUrls()); }
-BENCHMARK(BM_ScoreOfRecord);
+BENCHMARK(BM_ScoreOfRecord)->UseManualTime();
 
 void BM_ScoreOfText(benchmark::State& state) {
   const Knowledge& known = Known();
@@ -89,7 +89,7 @@ void BM_ScoreOfText(benchmark::State& state) {
     benchmark::DoNotOptimize(analyzer.Classify(url));
   });
 }
-BENCHMARK(BM_ScoreOfText);
+BENCHMARK(BM_ScoreOfText)->UseManualTime();
 
 /// As a classification scores a URL that it never saw: a miss of the cache, and its oldest entry overwritten.
 void BM_ScoreThroughCache(benchmark::State& state) {
@@ -97,7 +97,7 @@ void BM_ScoreThroughCache(benchmark::State& state) {
   Measure(state, VariedUrls(),
           [&](const std::u16string& url) { benchmark::DoNotOptimize(ScoreUrl(url, known.table, known.words)); });
 }
-BENCHMARK(BM_ScoreThroughCache);
+BENCHMARK(BM_ScoreThroughCache)->UseManualTime();
 
 /// URLs of one length and one kind: cost must grow with the length and no faster.
 enum Kind {
@@ -144,12 +144,12 @@ void AllKindsAndLengths(benchmark::internal::Benchmark* benchmark) {
 void BM_DecodeByLength(benchmark::State& state) {
   MeasureDecode(state, {UrlOfKind(static_cast<int>(state.range(0)), static_cast<std::size_t>(state.range(1)))});
 }
-BENCHMARK(BM_DecodeByLength)->Apply(AllKindsAndLengths);
+BENCHMARK(BM_DecodeByLength)->Apply(AllKindsAndLengths)->UseManualTime();
 
 void BM_ScoreByLength(benchmark::State& state) {
   MeasureRecordScore(state, {UrlOfKind(static_cast<int>(state.range(0)), static_cast<std::size_t>(state.range(1)))});
 }
-BENCHMARK(BM_ScoreByLength)->Apply(AllKindsAndLengths);
+BENCHMARK(BM_ScoreByLength)->Apply(AllKindsAndLengths)->UseManualTime();
 
 /// The longest host that is converted.
 void BM_DecodeInternationalisedHost(benchmark::State& state) {
@@ -157,7 +157,7 @@ void BM_DecodeInternationalisedHost(benchmark::State& state) {
   while (url.size() < 7 + static_cast<std::size_t>(state.range(0))) url += u"\u4F8B\u3048b.";
   MeasureDecode(state, {url + u"test/"});
 }
-BENCHMARK(BM_DecodeInternationalisedHost)->Arg(12)->Arg(200);
+BENCHMARK(BM_DecodeInternationalisedHost)->Arg(12)->Arg(200)->UseManualTime();
 
 /// Once for each relative image or script of a page.
 void BM_Combine(benchmark::State& state) {

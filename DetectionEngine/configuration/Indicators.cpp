@@ -19,6 +19,7 @@ void ExpressionValue::Prepare() {
   for (const std::u16string& item : Items) {
     prepared.lowerItems.push_back(ToLower(item));
     prepared.itemNumbers.push_back(ReadNumber(item));
+    prepared.itemReals.push_back(ReadReal(item));
   }
   prepared.words.Assign(prepared.lowerItems);
 }

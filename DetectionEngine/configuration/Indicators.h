@@ -32,6 +32,7 @@ struct PreparedValue {
   std::u16string lowerValue;               ///< Value in lower case
   std::vector<std::u16string> lowerItems;  ///< Items in lower case
   std::vector<std::int32_t> itemNumbers;   ///< Items as decimal numbers
+  std::vector<double> itemReals;           ///< Items as floating-point numbers
   WordFinder words;                        ///< Items, to be found in a text in one pass
 };
 

@@ -66,6 +66,14 @@ struct Classification {
     pageData.configuration = &pair->configuration;
   }
 
+  /// To be called before the page's data change again: the rules that have run show texts of theirs.
+  void KeepTexts() {
+    for (IndicatorResult& result : results) {
+      result.fieldText.Keep();
+      result.matchText.Keep();
+    }
+  }
+
   void RunStage(Stage stage) { zeph::RunStage(pair->indicators, pair->configuration, pageData, stage, results); }
 
   [[nodiscard]] Score ComputeScore() const {
@@ -76,8 +84,8 @@ struct Classification {
 
   /// The configuration stays the same for the whole call, whatever is loaded meanwhile.
   std::shared_ptr<const ConfigurationPair> pair;
-  std::vector<IndicatorResult> results;
   PageData pageData;
+  std::vector<IndicatorResult> results;
 };
 
 void KeepTrace(ClassificationTrace* trace, Classification& work) {
@@ -111,6 +119,7 @@ class SiteClassification {
       return 0;
     }
 
+    work_.KeepTexts();
     if (!Read(kStepForms)) return status_;
     LogForms();
     if (!Read(kStepAllFirstPass)) {
@@ -125,6 +134,7 @@ class SiteClassification {
       return firstPassStatus;
     }
 
+    work_.KeepTexts();
     for (const PageStepIndex step : {kStepAllSecondPass, kStepLinks, kStepImages, kStepBody}) {
       if (!Read(step)) return status_;
     }

@@ -145,9 +145,10 @@ std::unique_ptr<EngineResults> MakeReport(const PageData& page, const Indicators
   report->refreshSeconds = page.all.refreshSeconds;
   report->imageTextFound = page.imageTextFound;
   for (const IndicatorResult& result : results.first(std::min(results.size(), ResultCount(indicators)))) {
-    report->indicatorResults.push_back(result.evaluated
-                                           ? EngineIndicatorResult{result.on, result.fieldText, result.matchText}
-                                           : EngineIndicatorResult{});
+    report->indicatorResults.push_back(
+        result.evaluated
+            ? EngineIndicatorResult{result.on, std::u16string(result.fieldText), std::u16string(result.matchText)}
+            : EngineIndicatorResult{});
   }
   report->brand = brand;
   report->spooficity = score;

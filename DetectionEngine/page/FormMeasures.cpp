@@ -69,7 +69,7 @@ IndicatorResult FieldDensity(const PageData& pageData) {
   result.fieldText = NumberText(static_cast<std::int64_t>(static_cast<double>(density) * 10000.0)) + u"/10000";
   if (static_cast<double>(density) > 0.0199) {
     result.on = true;
-    result.matchText = u"0.0199";
+    result.matchText.Lend(u"0.0199");
   }
   return result;
 }
@@ -83,7 +83,7 @@ IndicatorResult FormWithExtension(std::span<const FormRecord> forms) {
     if (!form.multipleFields || form.actionExtension != StringEntry(kExtension)) continue;
     if (StartsWith(form.action, StringEntry(kAbsolute)) || StartsWith(form.action, StringEntry(kAbsoluteToo))) continue;
     result.on = true;
-    result.matchText = form.action;
+    result.matchText.Lend(form.action);
     break;
   }
   return result;
@@ -95,7 +95,7 @@ IndicatorResult FormWithScheme(std::span<const FormRecord> forms) {
   for (const FormRecord& form : forms) {
     if (!form.multipleFields || form.actionScheme != StringEntry(kScheme)) continue;
     result.on = true;
-    result.fieldText = form.action;
+    result.fieldText.Lend(form.action);
     break;
   }
   return result;

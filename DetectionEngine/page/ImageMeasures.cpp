@@ -138,7 +138,7 @@ IndicatorResult ImageAreaAgainstText(const PageData& pageData) {
   result.fieldText = NumberText(static_cast<std::int64_t>(static_cast<double>(ratio) * 10000.0)) + u"/10000";
   if (static_cast<double>(ratio) > 0.4) {
     result.on = true;
-    result.matchText = u"0.40";
+    result.matchText.Lend(u"0.40");
   }
   return result;
 }
@@ -150,7 +150,7 @@ IndicatorResult ImageGrid(const PageData& pageData, const ExpressionValue& value
   const std::size_t labelLength = pageData.body.labelText.size();
   if (count > 5 && !pageData.body.fieldWithoutLabel && labelLength < 8) {
     result.on = true;
-    result.matchText = u"0";
+    result.matchText.Lend(u"0");
     return result;
   }
   RuleNumbers rules;
@@ -189,7 +189,7 @@ IndicatorResult ImagesForText(PageData& pageData, const ExpressionValue& value,
   for (const Test& test : kTests) {
     if (!test.passes(pageData)) continue;
     result.on = true;
-    result.matchText = test.name;
+    result.matchText.Lend(test.name);
     pageData.imageTextFound = true;
     break;
   }

@@ -184,7 +184,7 @@ IndicatorResult SavedCopy(std::span<const std::u16string> comments, std::span<co
   IndicatorResult result;
   const auto hit = [&](std::u16string_view matchText) {
     result.on = true;
-    result.matchText = matchText;
+    result.matchText.Lend(matchText);
   };
   const auto liesInSavedFolder = [](std::u16string_view source) {
     return ContainsNoCase(StringEntry(0x8A), source) || ContainsNoCase(StringEntry(0x8B), source);

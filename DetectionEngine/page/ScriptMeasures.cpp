@@ -68,7 +68,7 @@ IndicatorResult HiddenScript(const ScriptData& scripts, std::span<const std::u16
   IndicatorResult result;
   const auto hit = [&](std::u16string_view matchText) {
     result.on = true;
-    result.matchText = matchText;
+    result.matchText.Lend(matchText);
   };
   const JoinedTexts code(scripts.texts);
   const JoinedTexts notes(comments);
@@ -88,7 +88,8 @@ IndicatorResult HiddenScript(const ScriptData& scripts, std::span<const std::u16
       hit(StringEntry(0x7D));
     } else {
       if (!HoldsNumberArray(line, array)) continue;
-      hit(line);
+      result.on = true;
+      result.matchText = std::u16string(line);
     }
     return result;
   }
@@ -107,7 +108,7 @@ IndicatorResult ScriptWords(std::span<const std::u16string> texts) {
     if (!holds(0x00) || (!holds(0x01) && !holds(0x02))) continue;
     if ((!holds(0x03) || !holds(0x06)) && !holds(0x04)) continue;
     result.on = true;
-    result.fieldText = text;
+    result.fieldText.Lend(text);
     break;
   }
   return result;

@@ -95,8 +95,8 @@ IndicatorResult SiteListMembership(std::span<const std::u16string_view> texts, c
     const Match match = find(text);
     if (!match) continue;
     result.on = true;
-    result.fieldText = text;
-    result.matchText = *match;
+    result.fieldText.Lend(text);
+    result.matchText.Lend(*match);
     break;
   }
   return result;

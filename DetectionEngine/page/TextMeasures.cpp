@@ -28,7 +28,7 @@ IndicatorResult SiteNameInPhrase(std::u16string_view mainDomain, std::span<const
   for (const std::u16string& phrase : phrases) {
     if (!HoldsInOrder(phrase, name)) continue;
     result.on = true;
-    result.matchText = phrase;
+    result.matchText.Lend(phrase);
     break;
   }
   return result;

@@ -129,16 +129,16 @@ const Field* FindField(std::uint32_t number) noexcept {
   return number < kFields.size() && kFields[number].read != nullptr ? &kFields[number] : nullptr;
 }
 
-FieldValue ReadField(PageData& pageData, const Field& field) {
-  FieldValue value;
+void ReadField(PageData& pageData, const Field& field, FieldValue& value) {
+  value.Clear();
   value.kind = field.kind;
   field.read(pageData, value);
-  return value;
 }
 
 FieldValue GetFieldValue(PageData& pageData, std::uint32_t fieldId) {
-  const Field* const field = FindField(fieldId);
-  return field != nullptr ? ReadField(pageData, *field) : FieldValue();
+  FieldValue value;
+  if (const Field* const field = FindField(fieldId)) ReadField(pageData, *field, value);
+  return value;
 }
 
 }  // namespace zeph

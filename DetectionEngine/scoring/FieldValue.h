@@ -30,6 +30,15 @@ struct FieldValue {
   std::vector<std::int32_t> numbers;      ///< kNumbers
   bool flag = false;                      ///< kFlag
   std::u16string_view text2;              ///< kNumberWithText
+
+  void Clear() noexcept {
+    kind = FieldKind::kNone;
+    number = 0;
+    text = text2 = {};
+    list.clear();
+    numbers.clear();
+    flag = false;
+  }
 };
 
 /// One field of the rule language.
@@ -49,8 +58,9 @@ struct Field {
 /// The field of a number, or null when there is none or it has no value.
 [[nodiscard]] const Field* FindField(std::uint32_t number) noexcept;
 
-/// The field's value as the page's data stand now. Fields that show a brand count compute it on first use.
-[[nodiscard]] FieldValue ReadField(PageData& pageData, const Field& field);
+/// Makes the value anew, from the page's data as they stand now. Fields that show a brand count compute it on first
+/// use. A value may be used again and again, for what room it has.
+void ReadField(PageData& pageData, const Field& field, FieldValue& value);
 
 /// The same by number; kNone for a number that no field has.
 [[nodiscard]] FieldValue GetFieldValue(PageData& pageData, std::uint32_t fieldId);

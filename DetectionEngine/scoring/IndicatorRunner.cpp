@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "DetectionEngine/scoring/IndicatorRunner.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <utility>
@@ -29,9 +30,9 @@ constexpr std::array<ValueTypeRow, 4> kValueTypes = {{
     {kValueSiteList, "site list", "the number of a list of sites"},
 }};
 
-/// A rule's texts are those of its first expression, whichever of them turned it on.
+/// A rule's texts are those of its first expression, whichever of them turned it on. The value is a room to work in.
 RuleAnswers Evaluate(const IndicatorRule& rule, const Indicators& indicators, const Configuration& configuration,
-                     PageData& pageData, std::span<const IndicatorResult> results) {
+                     PageData& pageData, std::span<const IndicatorResult> results, FieldValue& value) {
   RuleAnswers answers;
   bool valid = true;
   for (const IndicatorExpression& expression : rule.Expressions) {
@@ -39,7 +40,11 @@ RuleAnswers Evaluate(const IndicatorRule& rule, const Indicators& indicators, co
     const Method* const method = decided ? nullptr : FindMethod(expression.MethodID);
     const Field* const field = FindField(expression.FieldID);
     const bool wanted = field != nullptr && (field->counts || (method != nullptr && method->readsField));
-    const FieldValue value = wanted ? ReadField(pageData, *field) : FieldValue();
+    if (wanted) {
+      ReadField(pageData, *field, value);
+    } else {
+      value.Clear();
+    }
     if (decided) break;
     if (method != nullptr) {
       answers.Add(method->run({value, expression.ExpressionValue, configuration, pageData, indicators, results}));
@@ -55,21 +60,17 @@ RuleAnswers Evaluate(const IndicatorRule& rule, const Indicators& indicators, co
 
 }  // namespace
 
-void RuleAnswers::Add(IndicatorResult&& answer) {
-  if (answer.on) ++on;
-  if (ran++ == 0) first = std::move(answer);
-}
-
 void RunStage(const Indicators& indicators, const Configuration& configuration, PageData& pageData, std::uint32_t stage,
               std::span<IndicatorResult> results) {
   // One reading of the clock ends a rule and begins the next.
   std::int64_t since = PerformanceCounter();
   const double millisecondsPerCount = 1000.0 / static_cast<double>(PerformanceFrequency());
+  FieldValue value;
   for (const std::uint32_t i : indicators.OfCategory(stage)) {
     // Its own entry stays as it is until the rule is through, in case it asks after itself.
-    results[i] = Evaluate(indicators.Entries[i].Rule, indicators, configuration, pageData, results).first;
+    results[i] = Evaluate(indicators.Entries[i].Rule, indicators, configuration, pageData, results, value).first;
     const std::int64_t now = PerformanceCounter();
-    results[i].elapsedMs = static_cast<double>(now - since) * millisecondsPerCount;
+    results[i].elapsedMs = static_cast<double>(std::max<std::int64_t>(now - since, 0)) * millisecondsPerCount;
     since = now;
   }
 }

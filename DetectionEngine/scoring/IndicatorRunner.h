@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "DetectionEngine/configuration/Configuration.h"
 #include "DetectionEngine/configuration/Indicators.h"
@@ -30,7 +31,10 @@ struct RuleAnswers {
   std::size_t ran = 0;
   std::size_t on = 0;  ///< how many of them are on
 
-  void Add(IndicatorResult&& answer);
+  void Add(IndicatorResult&& answer) {
+    if (answer.on) ++on;
+    if (ran++ == 0) first = std::move(answer);
+  }
 };
 
 /// What the operator makes of the answers.

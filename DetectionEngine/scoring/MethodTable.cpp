@@ -22,10 +22,7 @@ namespace {
 /// A rule that asks after an earlier rule, by its number.
 IndicatorResult EarlierRule(const MethodCall& call, bool fired) {
   const auto index = static_cast<std::size_t>(call.value.prepared.number);  // a negative one is beyond any list
-  FieldValue answer;
-  answer.kind = FieldKind::kFlag;
-  answer.flag = IndicatorIsOn(call.indicators, call.results, index) == fired;
-  return FlagIsSet(answer);
+  return AnswerOfFlag(IndicatorIsOn(call.indicators, call.results, index) == fired);
 }
 
 IndicatorResult SiteList(const MethodCall& call) {

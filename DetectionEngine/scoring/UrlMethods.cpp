@@ -23,7 +23,7 @@ constexpr std::int32_t kSafeListNumber = 4;
 
 /// Off, and the URL looked at; then whether there is a table to score it by.
 bool BeginScore(const UrlRecord& url, const Configuration& configuration, IndicatorResult& result) {
-  result.fieldText = url.RawUrl;
+  result.fieldText.Lend(url.RawUrl);
   return !configuration.UrlAnalysisTable.empty() && !configuration.UrlAnalysisWords.empty();
 }
 
@@ -95,14 +95,14 @@ IndicatorResult BrandTagFound(const FieldValue& field, const ExpressionValue& va
   const auto look = [&](std::u16string_view text) {
     const std::optional<std::u16string_view> domain = index->FindTag(text, form);
     result.on = domain.has_value();
-    if (result.on) result.matchText = *domain;
+    if (result.on) result.matchText.Lend(*domain);
     return result.on;
   };
   if (field.kind != FieldKind::kList) {
-    result.fieldText = field.text;
+    result.fieldText.Lend(field.text);
     look(field.text);
   } else if (!field.list.empty()) {
-    result.fieldText = field.list.front();
+    result.fieldText.Lend(field.list.front());
     std::ranges::find_if(field.list, look);
   }
   return result;
@@ -117,7 +117,7 @@ IndicatorResult RedirectsToTrusted(std::span<const FormRecord> forms, const NetL
       parser.DecodeUrl(form.hiddenValues[i]);  // on failure the host is empty
       if (const NetLocationMatch match = FindInNetLocations(parser.Record().HostName, trustedDomains)) {
         result.on = true;
-        result.matchText = match.name;
+        result.matchText.Lend(match.name);
       }
     }
   }
@@ -156,14 +156,14 @@ IndicatorResult InSafeList(const FieldValue& field, const ExpressionValue& value
   if (value.ValueType != kValueSiteList || value.prepared.number != kSafeListNumber) return result;
   if (field.kind == FieldKind::kText && safeList.Contains(field.text)) {
     result.on = true;
-    result.fieldText = field.text;
+    result.fieldText.Lend(field.text);
   }
   return result;
 }
 
 IndicatorResult SiteNameInTitle(std::u16string_view mainDomain, std::u16string_view title) {
   IndicatorResult result;
-  result.matchText = mainDomain;
+  result.matchText.Lend(mainDomain);
   if (mainDomain.empty() || title.empty()) return result;
   std::u16string name(mainDomain);
   RemovePunctuation(name);

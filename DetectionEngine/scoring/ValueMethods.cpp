@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "DetectionEngine/configuration/Md5Hex.h"
@@ -33,15 +34,15 @@ IndicatorResult MatchItem(const FieldValue& field, const ExpressionValue& value,
     const std::ptrdiff_t item = find(text);
     if (item < 0) return false;
     result.on = true;
-    result.matchText = value.GetItems()[static_cast<std::size_t>(item)];
+    result.matchText.Lend(value.GetItems()[static_cast<std::size_t>(item)]);
     return true;
   };
   if (field.kind == FieldKind::kText) {
     look(field.text);
-    result.fieldText = field.text;
+    result.fieldText.Lend(field.text);
   } else if (field.kind == FieldKind::kList && !field.list.empty()) {
     const auto hit = std::ranges::find_if(field.list, look);
-    result.fieldText = hit != field.list.end() ? *hit : field.list.back();
+    result.fieldText.Lend(hit != field.list.end() ? *hit : field.list.back());
   }
   return result;
 }
@@ -58,10 +59,10 @@ IndicatorResult ContainsBy(const FieldValue& field, const ExpressionValue& value
   if (field.kind != FieldKind::kText || value.ValueType == kValueList) return MatchItem(field, value, find);
   IndicatorResult result;
   if (value.ValueType != kValueText) return result;
-  result.fieldText = field.text;
+  result.fieldText.Lend(field.text);
   if (ContainsNoCase(value.Value, field.text)) {
     result.on = true;
-    result.matchText = value.Value;
+    result.matchText.Lend(value.Value);
   }
   return result;
 }
@@ -79,7 +80,7 @@ IndicatorResult NumberAbove(const FieldValue& field, const ExpressionValue& valu
     for (std::size_t i = 0; i < field.numbers.size() && !result.on; ++i) compare(field.numbers[i]);
   } else if (field.kind == FieldKind::kNumberWithText) {
     compare(field.number);
-    if (result.on) result.matchText = field.text2;
+    if (result.on) result.matchText.Lend(field.text2);
   }
   return result;
 }
@@ -93,10 +94,14 @@ IndicatorResult NumberBelow(const FieldValue& field, const ExpressionValue& valu
 }
 
 IndicatorResult FlagIsSet(const FieldValue& field) {
+  return field.kind == FieldKind::kFlag ? AnswerOfFlag(field.flag) : IndicatorResult();
+}
+
+IndicatorResult AnswerOfFlag(bool flag) {
+  using namespace std::string_view_literals;
   IndicatorResult result;
-  if (field.kind != FieldKind::kFlag) return result;
-  result.fieldText = field.flag ? u"true" : u"false";
-  result.on = field.flag;
+  result.fieldText.Lend(flag ? u"true"sv : u"false"sv);
+  result.on = flag;
   return result;
 }
 
@@ -109,7 +114,7 @@ IndicatorResult EqualToValue(const FieldValue& field, const ExpressionValue& val
   IndicatorResult result;
   if (value.prepared.number == field.number) {
     result.on = true;
-    result.fieldText.assign(1, static_cast<char16_t>(field.number));
+    result.fieldText = std::u16string(1, static_cast<char16_t>(field.number));
     result.matchText = result.fieldText;
   }
   return result;
@@ -132,7 +137,7 @@ IndicatorResult TextStartsWith(const FieldValue& field, const ExpressionValue& v
   IndicatorResult result;
   if (field.kind == FieldKind::kText && StartsWith(field.text, value.Value)) {
     result.on = true;
-    result.matchText = value.Value;
+    result.matchText.Lend(value.Value);
   }
   return result;
 }
@@ -141,9 +146,11 @@ IndicatorResult EnoughItemsContained(const FieldValue& field, const ExpressionVa
   IndicatorResult result;
   if (value.GetItems().empty()) return result;
   if (field.kind == FieldKind::kText) {
-    result.fieldText = field.text;
+    result.fieldText.Lend(field.text);
   } else if (field.kind == FieldKind::kList) {
-    for (const std::u16string_view text : field.list) result.fieldText += text;
+    std::u16string texts;
+    for (const std::u16string_view text : field.list) texts += text;
+    result.fieldText = std::move(texts);
   } else {
     return result;
   }
@@ -178,13 +185,13 @@ IndicatorResult KnownStructure(std::u16string_view structure, const ExpressionVa
   IndicatorResult result;
   const std::vector<std::u16string>& items = value.GetItems();
   if (structure.empty() || items.size() < 2) return result;
-  const auto threshold = static_cast<float>(ReadReal(items.front()));
+  const auto threshold = static_cast<float>(value.prepared.itemReals.front());
   if (threshold == 0.0F) return result;
   const auto firstKnown = [&](auto isKnown) {
     for (std::size_t i = 1; i < items.size() && !result.on; i += 2) {
       if (!isKnown(items[i])) continue;
       result.on = true;
-      if (i + 1 < items.size()) result.matchText = items[i + 1];
+      if (i + 1 < items.size()) result.matchText.Lend(items[i + 1]);
     }
   };
   firstKnown([&](const std::u16string& known) { return known == structure; });
@@ -195,10 +202,10 @@ IndicatorResult KnownStructure(std::u16string_view structure, const ExpressionVa
 
 IndicatorResult ScoreInRange(float spooficity, const ExpressionValue& value) {
   IndicatorResult result;
-  const std::vector<std::u16string>& items = value.GetItems();
-  if (items.size() != 2) return result;
-  const auto low = static_cast<float>(ReadReal(items[0]));
-  const auto high = static_cast<float>(ReadReal(items[1]));
+  const std::vector<double>& reals = value.prepared.itemReals;
+  if (reals.size() != 2) return result;
+  const auto low = static_cast<float>(reals[0]);
+  const auto high = static_cast<float>(reals[1]);
   result.on = low <= spooficity && spooficity <= high;
   return result;
 }

@@ -20,6 +20,8 @@ namespace zeph {
 
 /// The flag, which is also written out.
 [[nodiscard]] IndicatorResult FlagIsSet(const FieldValue& field);
+/// The answer of a method that has only yes or no to say.
+[[nodiscard]] IndicatorResult AnswerOfFlag(bool flag);
 
 /// The number equals Value, or a text equals an item, exactly. A number stands in the texts as the one character of
 /// that code.

@@ -7,7 +7,6 @@
 #include "DetectionEngine/configuration/ModuleTexts.h"
 #include "DetectionEngine/engine/DebugLog.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/url/Text.h"
 
 namespace zeph {
 
@@ -38,16 +37,16 @@ ImageMatcher::~ImageMatcher() {
 
 IndicatorResult ImageMatcher::Measure(const ExpressionValue& value, const ImageData& images, bool isClient) {
   IndicatorResult result;
-  const auto& items = value.GetItems();
-  if (isClient || value.ValueType != kValueList || items.size() != kSettingCount) return result;
+  const auto& numbers = value.prepared.itemNumbers;
+  if (isClient || value.ValueType != kValueList || numbers.size() != kSettingCount) return result;
   if (loadSettings_ == nullptr ||
-      loadSettings_(ReadNumber(items[0]), ReadNumber(items[1]), ReadReal(items[2]), ReadNumber(items[3]) > 0) != 0) {
+      loadSettings_(numbers[0], numbers[1], value.prepared.itemReals[2], numbers[3] > 0) != 0) {
     return result;
   }
   bool matched = false;
   const std::int32_t outcome = LoadTemplates() ? Match(images, result, matched) : kNoLibrary;
   result.on = outcome == 0 && matched;
-  if (!result.on) result.matchText.clear();
+  if (!result.on) result.matchText = {};
   return result;
 }
 
@@ -76,8 +75,8 @@ std::int32_t ImageMatcher::Match(const ImageData& images, IndicatorResult& resul
   std::int32_t reserved = 0;
   const std::int32_t outcome =
       isMatch_(&list, description.data(), u"", &match, &reserved, name.data(), reservedBytes.data());
-  result.fieldText = description.c_str();
-  result.matchText = name.c_str();
+  result.fieldText = std::u16string(description.c_str());
+  result.matchText = std::u16string(name.c_str());
   matched = match != 0;
   return outcome;
 }

@@ -53,8 +53,9 @@ bool WildcardMatch(std::u16string_view text, std::u16string_view pattern) {
 }
 
 // The second form, with "*." before the pattern, is spelt out so that nothing need be put together: its first piece is
-// the pattern's own first piece behind a dot.
+// the pattern's own first piece behind a dot. Before a "*" it would match nothing that the pattern alone doesn't.
 bool HostMatchesDomain(std::u16string_view host, std::u16string_view pattern) {
+  if (pattern.starts_with(u'*')) return MatchBehindStar(host, pattern.substr(1));
   if (WildcardMatch(host, pattern)) return true;
   const std::size_t star = pattern.find(u'*');
   if (star == std::u16string_view::npos) {

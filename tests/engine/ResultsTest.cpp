@@ -35,7 +35,7 @@ struct Fired {
     Indicator indicator;
     indicator.Rule.TDPriority = 1;
     indicators.Entries.push_back(indicator);
-    results.push_back({true, true, u"", std::move(brand), 0.0});
+    results.push_back({true, true, {}, std::move(brand), 0.0});
   }
   Indicators indicators;
   std::vector<IndicatorResult> results;
@@ -242,9 +242,9 @@ TEST_F(ResultsTest, ReportsWhatEveryRuleFound) {
   first.OnWeight = 0.9F;
   first.Rule.Expressions.push_back({3, 2, {kValueList, u"a,b", {}, {}}});
   fired.indicators.Entries.push_back(test::AlwaysWeighs(3, 0.5F));
-  fired.results.push_back({false, true, u"stale", u"stale", 0.0});
+  fired.results.push_back({false, true, std::u16string(u"stale"), std::u16string(u"stale"), 0.0});
   fired.indicators.Entries.push_back(test::AlwaysWeighs(4, 0.5F));
-  fired.results.push_back({true, true, u"", u"", 0.0});
+  fired.results.push_back({true, true, {}, {}, 0.0});
   fired.indicators.Prepare();
 
   std::int32_t classification = 0;

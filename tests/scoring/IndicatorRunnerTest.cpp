@@ -90,7 +90,7 @@ TEST(Operators, CombineTheExpressions) {
 
 TEST(RunStage, LeavesTheRulesOfOtherStagesAlone) {
   Runner runner({Rule(0, {}, 0), Rule(0, {}, 7), Rule(0, {}, kCategoryNever), Rule(0, {}, 0)});
-  runner.results[1].matchText = u"kept";
+  runner.results[1].matchText.Lend(u"kept");
   runner.Run(0);
   EXPECT_TRUE(runner.results[0].evaluated && runner.results[3].evaluated);
   EXPECT_FALSE(runner.results[1].evaluated || runner.results[2].evaluated);

@@ -71,7 +71,8 @@ struct MethodRow {
 inline void ExpectRows(const std::vector<MethodRow>& rows) {
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const MethodRow& row = rows[i];
-    const IndicatorResult result = World().Run(row.method, row.field, Prepared(row.valueType, row.value));
+    const ExpressionValue value = Prepared(row.valueType, row.value);
+    const IndicatorResult result = World().Run(row.method, row.field, value);
     const std::string trace = "row " + std::to_string(i) + ": method " + std::to_string(row.method) + ", value type " +
                               std::to_string(row.valueType) + ", value \"" + Narrow(row.value) + "\"";
     EXPECT_EQ(result.on, row.on) << trace;

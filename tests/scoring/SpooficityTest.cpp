@@ -34,7 +34,7 @@ Scored Score(const std::vector<Answer>& answers) {
   std::vector<IndicatorResult> results;
   for (const Answer& answer : answers) {
     indicators.Entries.push_back({answer.onWeight, answer.offWeight, {}});
-    results.push_back({answer.evaluated, answer.on, u"", u"", 0.0});
+    results.push_back({answer.evaluated, answer.on, {}, {}, 0.0});
   }
   Scored scored;
   scored.classification = computeSpooficity(indicators, results, scored.spooficity, scored.isFinal);
@@ -112,7 +112,7 @@ std::string BrandOf(const std::vector<Vote>& votes) {
     Indicator indicator;
     indicator.Rule.TDPriority = vote.priority;
     indicators.Entries.push_back(indicator);
-    results.push_back({true, vote.on, u"", Widen(vote.brand), 0.0});
+    results.push_back({true, vote.on, {}, Widen(vote.brand), 0.0});
   }
   return Narrow(TopBrand(indicators, results));
 }
