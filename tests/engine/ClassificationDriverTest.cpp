@@ -147,7 +147,7 @@ TEST_F(DriverTest, StopsAsSoonAsAScoreIsFinal) {
       {"a high score isn't final", {AlwaysWeighs(1, 0.99F)}, {"get_links"}, failed},
       {"stage 3 waits for links", {AlwaysWeighs(3, 0.0F)}, {"get_links"}, failed},
       {"and images", {AlwaysWeighs(3, 0.0F)}, {"get_images"}, failed},
-      {"and the body", {AlwaysWeighs(3, 0.0F)}, {"get_title"}, failed},
+      {"and the title", {AlwaysWeighs(3, 0.0F)}, {"get_title"}, failed},
       {"and scripts", {AlwaysWeighs(3, 0.0F)}, {"get_scripts"}, failed},
       {"stage 3", {AlwaysWeighs(3, 0.95F)}, {}, {0, 2, 0.95F, "unwritten"}},
       {"stages that don't exist", {AlwaysWeighs(4, 0.0F), AlwaysWeighs(8, 0.0F)}, {}, {0, 3, 0.5F, "unwritten"}},

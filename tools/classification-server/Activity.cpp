@@ -3,8 +3,8 @@
 
 #include <array>
 #include <cstdio>
+#include <utility>
 
-#include "DetectionEngine/platform/Clock.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "tools/classification-server/ReportStore.h"
 
@@ -15,11 +15,10 @@ namespace {
 constexpr std::size_t kReportsShown = 50;
 constexpr std::size_t kUrlShown = 300;
 
-std::string TimeText() {
-  const CalendarTime now = UtcTime();
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d", now.year, now.month, now.day, now.hour,
-                now.minute, now.second);
+std::string TimeText(const CalendarTime& time) {
+  std::array<char, 80> text{};
+  std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
+                time.minute, time.second);
   return text.data();
 }
 
@@ -57,8 +56,9 @@ std::string Row(std::initializer_list<std::string> cells) {
 
 void Activity::NoteCheck(const std::string& url, std::int32_t answer) {
   ++checks_;
+  Check check{UtcTime(), url, answer};
   const std::lock_guard lock(mutex_);
-  latest_.push_front({TimeText(), url, answer});
+  latest_.push_front(std::move(check));
   if (latest_.size() > kKept) latest_.pop_back();
 }
 
@@ -78,7 +78,7 @@ std::string StatusPage(const Activity& activity, const ReportStore& reports) {
           " refused requests. Reports kept in all: " + std::to_string(reports.Total()) + ".</p>\n";
   page += "<h2>Latest checks</h2>\n<table><tr><th>Time (UTC)</th><th>URL</th><th>Answer</th></tr>\n";
   for (const Activity::Check& check : activity.LatestChecks()) {
-    page += Row({check.time, check.url, std::to_string(check.answer)});
+    page += Row({TimeText(check.time), check.url, std::to_string(check.answer)});
   }
   page +=
       "</table>\n<h2>Latest reports</h2>\n<table><tr><th>Time (UTC)</th><th>URL</th><th>Code</th><th>Context</th>"

@@ -8,13 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "DetectionEngine/platform/Clock.h"
+
 namespace zeph::server {
 
 /// What the status page shows of the present: counts since the start, and the latest checks. Any thread.
 class Activity {
  public:
   struct Check {
-    std::string time;  ///< UTC
+    CalendarTime time;  ///< UTC
     std::string url;
     std::int32_t answer;
   };

@@ -7,7 +7,8 @@
 
 #include <sqlite3.h>
 
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/platform/CodePage.h"
+#include "tools/classification-server/Log.h"
 
 namespace zeph::server {
 
@@ -62,6 +63,10 @@ ReportStore::ReportStore(const std::string& path) : path_(path) {
     sqlite3_close(database_);
     throw std::runtime_error(path + ": " + reason);
   }
+  if (const Statement select = Prepare(database_, "SELECT COALESCE(SUM(count), 0) FROM reports");
+      select != nullptr && sqlite3_step(select.get()) == SQLITE_ROW) {
+    total_ = sqlite3_column_int64(select.get(), 0);
+  }
   writer_ = std::thread([this] { Run(); });
 }
 
@@ -79,16 +84,19 @@ void ReportStore::Finish() {
   if (writer_.joinable()) writer_.join();
 }
 
-void ReportStore::Add(std::string url, std::int32_t code, std::string context, std::function<void(bool)> kept) {
+void ReportStore::Add(const std::string& url, std::int32_t code, const std::string& context,
+                      std::function<void(bool)> kept) {
+  // Strangers send any bytes, and a context may be cut within a character: others read the database as UTF-8.
+  Pending report{Narrow(Widen(url)), code, Narrow(Widen(context)), std::move(kept)};
   {
     const std::lock_guard lock(mutex_);
     if (waiting_.size() < kWaitingLimit && !stop_) {
-      waiting_.push_back({std::move(url), code, std::move(context), std::move(kept)});
+      waiting_.push_back(std::move(report));
       wake_.notify_one();
       return;
     }
   }
-  kept(false);
+  report.kept(false);
 }
 
 void ReportStore::Run() {
@@ -101,7 +109,8 @@ void ReportStore::Run() {
     }
     if (reports.empty()) return;
     const bool kept = WriteAll(reports);
-    if (!kept) LogLine("ReportStore", path_ + ": " + sqlite3_errmsg(database_), kLogError);
+    if (!kept) Log("ReportStore", path_ + ": " + sqlite3_errmsg(database_), kLogError);
+    if (kept) total_ += static_cast<std::int64_t>(reports.size());
     for (const Pending& report : reports) report.kept(kept);
   }
 }
@@ -138,12 +147,6 @@ std::vector<ReportSummary> ReportStore::Latest(std::size_t count) const {
                       Column(select.get(), 3), sqlite3_column_int64(select.get(), 4)});
   }
   return latest;
-}
-
-std::int64_t ReportStore::Total() const {
-  const auto database = OpenForReading(path_);
-  const Statement select = Prepare(database.get(), "SELECT COALESCE(SUM(count), 0) FROM reports");
-  return select != nullptr && sqlite3_step(select.get()) == SQLITE_ROW ? sqlite3_column_int64(select.get(), 0) : 0;
 }
 
 }  // namespace zeph::server

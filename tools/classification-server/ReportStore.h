@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -35,15 +36,15 @@ class ReportStore {
 
   /// Takes a report; kept is called with the outcome on the store's thread, soon. When too many are waiting it is
   /// called with false at once. Any thread.
-  void Add(std::string url, std::int32_t code, std::string context, std::function<void(bool)> kept);
+  void Add(const std::string& url, std::int32_t code, const std::string& context, std::function<void(bool)> kept);
 
   /// Writes what is waiting and takes no more. Once, before whatever the callbacks use goes.
   void Finish();
 
-  /// The latest reports, newest first. Any thread; empty when the database is busy.
+  /// The latest reports, newest first. Any thread; empty when the database can't be read.
   [[nodiscard]] std::vector<ReportSummary> Latest(std::size_t count) const;
   /// Reports taken in all, over the life of the database.
-  [[nodiscard]] std::int64_t Total() const;
+  [[nodiscard]] std::int64_t Total() const { return total_; }
 
  private:
   struct Pending {
@@ -63,6 +64,7 @@ class ReportStore {
   std::condition_variable wake_;
   std::vector<Pending> waiting_;
   bool stop_ = false;
+  std::atomic<std::int64_t> total_{0};
   std::thread writer_;
 };
 

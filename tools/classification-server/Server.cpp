@@ -2,29 +2,32 @@
 #include "tools/classification-server/Server.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <thread>
 #include <unordered_map>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/signal_set.hpp>
-#include <boost/asio/ssl/context.hpp>
+#include <boost/asio/ssl.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/strand.hpp>
-#include <boost/beast/core.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
-#include <boost/beast/ssl.hpp>
 #include <sys/resource.h>
 
-#include "DetectionEngine/engine/DebugLog.h"
 #include "tools/classification-server/Activity.h"
+#include "tools/classification-server/Log.h"
 #include "tools/classification-server/ReportStore.h"
 #include "tools/classification-server/Requests.h"
 #include "tools/classification-server/VerdictList.h"
@@ -37,22 +40,24 @@ namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace http = beast::http;
 using tcp = asio::ip::tcp;
-using Request = http::request<http::string_body>;
-using Response = http::response<http::string_body>;
+using Error = boost::system::error_code;
+using Clock = std::chrono::steady_clock;
+// A loop's own kind of socket: the general one pays for being able to stand on any executor.
+using Executor = asio::io_context::executor_type;
+using Socket = asio::basic_stream_socket<tcp, Executor>;
+using Acceptor = asio::basic_socket_acceptor<tcp, Executor>;
+using Timer = asio::basic_waitable_timer<Clock, asio::wait_traits<Clock>, Executor>;
 
-constexpr std::chrono::seconds kClientTimeout{10};  ///< for a handshake, for a request to come, for an answer to go
 constexpr std::chrono::seconds kStopTimeout{5};
-constexpr std::chrono::milliseconds kStopLook{10};     ///< how often to see whether all is answered
-constexpr std::chrono::milliseconds kAcceptPause{50};  ///< when there is no room for another connection
+constexpr std::chrono::milliseconds kStopLook{10};       ///< how often to see whether all is answered
+constexpr std::chrono::milliseconds kAcceptPause{50};    ///< when there is no room for another connection
+constexpr std::chrono::milliseconds kDeadlineLook{250};  ///< how late a client may be cut off
 constexpr std::uint32_t kHeaderLimit = 8 * 1024;
+constexpr std::size_t kDrainLimit = 256 * 1024;
 constexpr std::size_t kAddressesWatched = 100'000;
-constexpr int kServerModule = 1;  ///< the log file of servers
+constexpr unsigned kStatusConnections = 16;  ///< beside the others, so that a crowd of them can't hide the page
 
-void Log(const char* label, const std::string& text, int level) {
-  if (LogIsWanted(level)) DebugLog(label, text.c_str(), "", 0, level, kServerModule);
-}
-
-/// How many requests an address may still send: a bucket that fills at the rate. One strand at a time uses it.
+/// How many requests an address may still send: a bucket that fills at the rate. Any thread.
 class RateLimit {
  public:
   explicit RateLimit(unsigned perSecond) : perSecond_(perSecond) {}
@@ -86,17 +91,18 @@ class RateLimit {
 /// What all connections share.
 struct Shared {
   explicit Shared(const ServerOptions& options)
-      : verdicts(options.verdictFile),
+      : options(options),
+        verdicts(options.verdictFile),
         reports(options.reportDatabase),
-        rate(options.ratePerAddress),
-        connectionLimit(options.connectionLimit) {}
+        rate(options.ratePerAddress) {}
 
+  const ServerOptions& options;
   VerdictFile verdicts;
   ReportStore reports;
   Activity activity;
   RateLimit rate;
-  unsigned connectionLimit;
   std::atomic<unsigned> connections{0};
+  std::atomic<unsigned> statusConnections{0};
   std::atomic<unsigned> underWay{0};  ///< requests that have come and aren't answered
   std::atomic<bool> stopping{false};
 };
@@ -104,43 +110,120 @@ struct Shared {
 /// Counts something while it lives.
 class Counted {
  public:
-  explicit Counted(std::atomic<unsigned>& count) : count_(count) { ++count_; }
-  ~Counted() { --count_; }
-  Counted(const Counted&) = delete;
-  Counted& operator=(const Counted&) = delete;
+  explicit Counted(std::atomic<unsigned>& count) : count_(&count) { ++count; }
+  Counted(Counted&& other) noexcept : count_(std::exchange(other.count_, nullptr)) {}
+  ~Counted() {
+    if (count_ != nullptr) --*count_;
+  }
+  Counted& operator=(Counted&&) = delete;
 
  private:
-  std::atomic<unsigned>& count_;
+  std::atomic<unsigned>* count_;
 };
 
-Response MakeResponse(http::status status, unsigned version, bool keepAlive, std::string body, const char* type) {
-  Response response(status, version);
-  response.set(http::field::content_type, type);
-  response.set(http::field::cache_control, "no-store");
-  response.keep_alive(keepAlive);
-  response.body() = std::move(body);
-  response.prepare_payload();
-  return response;
+class Client;
+
+/// One thread's connections. They stay with it for life, so that nothing of theirs needs a lock.
+struct Loop {
+  std::unordered_set<Client*> clients;
+  asio::io_context io{1};
+  Timer deadlines{io};
+  std::array<char, 16 * 1024> drained{};  ///< what nobody reads
+
+  /// Cuts off, again and again, whoever has let a deadline pass.
+  void WatchDeadlines();
+};
+
+/// A connection: its socket, and the time by which its client must have done the next thing. Lives as long as an
+/// operation of its is under way; on its loop's thread.
+class Client : public std::enable_shared_from_this<Client> {
+ public:
+  Client(Loop& loop, Counted seat, const Shared& shared)
+      : loop_(loop), seat_(std::move(seat)), timeout_(shared.options.clientTimeout) {
+    loop_.clients.insert(this);
+  }
+  virtual ~Client() { loop_.clients.erase(this); }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  [[nodiscard]] Clock::time_point Deadline() const { return deadline_; }
+  /// Ends every operation that is under way.
+  void Cut() {
+    Error ignored;
+    OwnSocket().close(ignored);
+  }
+
+ protected:
+  virtual Socket& OwnSocket() = 0;
+
+  /// The end of a client that may still be sending: a socket that closes with bytes unread resets the connection, and
+  /// an answer that is on its way is lost. So it is heard out, within the deadline and the limit.
+  void CloseAfterAnswer() {
+    Error ignored;
+    OwnSocket().shutdown(tcp::socket::shutdown_send, ignored);
+    Drain(kDrainLimit);
+  }
+
+  void SetTimeout() { deadline_ = Clock::now() + timeout_; }
+  void WaitForStore() { deadline_ = Clock::time_point::max(); }
+  [[nodiscard]] Loop& OwnLoop() const { return loop_; }
+
+ private:
+  void Drain(std::size_t limit) {
+    OwnSocket().async_read_some(asio::buffer(loop_.drained),
+                                [self = shared_from_this(), limit](Error error, std::size_t count) {
+                                  if (!error && count < limit) self->Drain(limit - count);
+                                });
+  }
+
+  Loop& loop_;
+  Counted seat_;
+  std::chrono::milliseconds timeout_;
+  Clock::time_point deadline_ = Clock::time_point::max();
+};
+
+void Loop::WatchDeadlines() {
+  deadlines.expires_after(kDeadlineLook);
+  deadlines.async_wait([this](Error) {
+    const auto now = Clock::now();
+    // Cutting only closes sockets; the clients go when their operations have ended.
+    for (Client* const client : clients) {
+      if (client->Deadline() < now) client->Cut();
+    }
+    WatchDeadlines();
+  });
 }
 
-/// One client of the engine's exchange. Lives as long as an operation of its is under way.
-class Session : public std::enable_shared_from_this<Session> {
+std::string ResponseText(http::status status, bool keepAlive, std::string_view type, std::string_view body,
+                         std::string_view moreHeaders = "") {
+  const auto reason = http::obsolete_reason(status);
+  std::string text = "HTTP/1.1 " + std::to_string(static_cast<unsigned>(status)) + " ";
+  text.append(reason.data(), reason.size()).append("\r\nContent-Type: ").append(type);
+  text.append("\r\nContent-Length: ").append(std::to_string(body.size()));
+  text.append(keepAlive ? "\r\nConnection: keep-alive" : "\r\nConnection: close");
+  text.append("\r\nCache-Control: no-store\r\n").append(moreHeaders).append("\r\n").append(body);
+  return text;
+}
+
+/// One client of the engine's exchange.
+class Session : public Client {
  public:
-  Session(tcp::socket socket, asio::ssl::context& tls, Shared& shared)
-      : seat_(shared.connections), shared_(shared), stream_(std::move(socket), tls) {
-    boost::system::error_code ignored;
-    address_ = beast::get_lowest_layer(stream_).socket().remote_endpoint(ignored).address().to_string();
+  Session(Loop& loop, Counted seat, Socket socket, asio::ssl::context& tls, Shared& shared)
+      : Client(loop, std::move(seat), shared), shared_(shared), stream_(std::move(socket), tls) {
+    Error ignored;
+    address_ = stream_.next_layer().remote_endpoint(ignored).address().to_string();
   }
 
   void Start() {
     SetTimeout();
-    stream_.async_handshake(asio::ssl::stream_base::server, [self = shared_from_this()](beast::error_code error) {
+    stream_.async_handshake(asio::ssl::stream_base::server, [self = Self()](Error error) {
       if (!error) self->Read();
     });
   }
 
  private:
-  void SetTimeout() { beast::get_lowest_layer(stream_).expires_after(kClientTimeout); }
+  Socket& OwnSocket() override { return stream_.next_layer(); }
+  std::shared_ptr<Session> Self() { return std::static_pointer_cast<Session>(shared_from_this()); }
 
   void Read() {
     if (shared_.stopping) return Close();
@@ -148,54 +231,53 @@ class Session : public std::enable_shared_from_this<Session> {
     parser_->body_limit(kBodyLimit);
     parser_->header_limit(kHeaderLimit);
     SetTimeout();
-    http::async_read(stream_, buffer_, *parser_, [self = shared_from_this()](beast::error_code error, std::size_t) {
-      if (!error) return self->Handle(self->parser_->release());
+    http::async_read(stream_, buffer_, *parser_, [self = Self()](Error error, std::size_t) {
+      if (!error) return self->Handle();
       if (error == http::error::body_limit || error == http::error::header_limit) {
-        return self->Refuse(http::status::payload_too_large, 11);
+        return self->Refuse(http::status::payload_too_large);
       }
       if (error.category() == http::make_error_code(http::error::bad_method).category() &&
           error != http::error::end_of_stream && error != http::error::partial_message) {
-        return self->Refuse(http::status::bad_request, 11);
+        return self->Refuse(http::status::bad_request);
       }
       self->Close();
     });
   }
 
-  void Handle(Request request) {
+  void Handle() {
     request_.emplace(shared_.underWay);
-    const unsigned version = request.version();
+    const auto& request = parser_->get();
     keepAlive_ = request.keep_alive() && !shared_.stopping;
-    if (!shared_.rate.Allows(address_)) return Refuse(http::status::too_many_requests, version);
-    if (request.method() != http::verb::post) return Refuse(http::status::method_not_allowed, version);
+    if (!shared_.rate.Allows(address_)) return Refuse(http::status::too_many_requests);
+    if (request.method() != http::verb::post) return Refuse(http::status::method_not_allowed);
     const auto parsed = ParseEngineRequest({request.target().data(), request.target().size()}, request.body());
-    if (!parsed) return Refuse(http::status::bad_request, version);
+    if (!parsed) return Refuse(http::status::bad_request);
     if (parsed->kind == RequestKind::kCheck) {
       const std::int32_t answer = shared_.verdicts.Current()->Find(parsed->url);
       shared_.activity.NoteCheck(parsed->url, answer);
-      return Answer(http::status::ok, version, AnswerBytes(answer));
+      return Answer(http::status::ok, AnswerBytes(answer));
     }
-    beast::get_lowest_layer(stream_).expires_never();  // the store answers, sooner or later
-    shared_.reports.Add(parsed->url, parsed->reportCode, parsed->context.value_or(""),
-                        [self = shared_from_this(), version](bool kept) {
-                          asio::post(self->stream_.get_executor(), [self, version, kept] {
-                            if (!kept) return self->Refuse(http::status::service_unavailable, version);
-                            self->shared_.activity.NoteReport();
-                            self->Answer(http::status::ok, version, AnswerBytes(0));
-                          });
-                        });
+    WaitForStore();
+    shared_.reports.Add(parsed->url, parsed->reportCode, parsed->context.value_or(""), [self = Self()](bool kept) {
+      asio::post(self->OwnLoop().io, [self, kept] {
+        if (!kept) return self->Refuse(http::status::service_unavailable);
+        self->shared_.activity.NoteReport();
+        self->Answer(http::status::ok, AnswerBytes(0));
+      });
+    });
   }
 
-  void Refuse(http::status status, unsigned version) {
+  void Refuse(http::status status) {
     shared_.activity.NoteRefusal();
     Log("Session", address_ + ": refused with " + std::to_string(static_cast<int>(status)), kLogWarning);
     keepAlive_ = false;
-    Answer(status, version, "");
+    Answer(status, "");
   }
 
-  void Answer(http::status status, unsigned version, std::string body) {
-    response_ = MakeResponse(status, version, keepAlive_, std::move(body), "application/octet-stream");
+  void Answer(http::status status, std::string_view body) {
+    response_ = ResponseText(status, keepAlive_, "application/octet-stream", body);
     SetTimeout();
-    http::async_write(stream_, response_, [self = shared_from_this()](beast::error_code error, std::size_t) {
+    asio::async_write(stream_, asio::buffer(response_), [self = Self()](Error error, std::size_t) {
       self->request_.reset();
       if (error) return;
       if (self->keepAlive_) return self->Read();
@@ -205,64 +287,89 @@ class Session : public std::enable_shared_from_this<Session> {
 
   void Close() {
     SetTimeout();
-    stream_.async_shutdown([self = shared_from_this()](beast::error_code) {});
+    stream_.async_shutdown([self = Self()](Error error) {
+      if (error) self->CloseAfterAnswer();
+    });
   }
 
-  Counted seat_;
   std::optional<Counted> request_;  ///< while one is under way
   Shared& shared_;
-  beast::ssl_stream<beast::tcp_stream> stream_;
+  asio::ssl::stream<Socket> stream_;
   std::string address_;
   beast::flat_buffer buffer_{kBodyLimit + kHeaderLimit};
   std::optional<http::request_parser<http::string_body>> parser_;
-  Response response_;
+  std::string response_;
   bool keepAlive_ = false;
 };
 
+/// A name that a person types to reach a page on their own machine. Any other may be a stranger's that was pointed at
+/// this address, so that a page of the stranger's reads along.
+bool IsPlainHost(std::string_view host) {
+  const std::size_t colon = host.rfind(':');
+  if (colon != std::string_view::npos && host.find(']', colon) == std::string_view::npos) host = host.substr(0, colon);
+  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+  Error error;
+  asio::ip::make_address(std::string(host), error);
+  return !error || host == "localhost";
+}
+
 /// One look at the status page, over plain HTTP.
-class StatusSession : public std::enable_shared_from_this<StatusSession> {
+class StatusSession : public Client {
  public:
-  StatusSession(tcp::socket socket, Shared& shared)
-      : seat_(shared.connections), shared_(shared), stream_(std::move(socket)) {}
+  StatusSession(Loop& loop, Counted seat, Socket socket, Shared& shared)
+      : Client(loop, std::move(seat), shared), shared_(shared), socket_(std::move(socket)) {}
 
   void Start() {
-    stream_.expires_after(kClientTimeout);
-    http::async_read(stream_, buffer_, request_, [self = shared_from_this()](beast::error_code error, std::size_t) {
+    SetTimeout();
+    request_.header_limit(kHeaderLimit);
+    http::async_read_header(socket_, buffer_, request_, [self = Self()](Error error, std::size_t) {
       if (!error) self->Answer();
     });
   }
 
  private:
+  Socket& OwnSocket() override { return socket_; }
+  std::shared_ptr<StatusSession> Self() { return std::static_pointer_cast<StatusSession>(shared_from_this()); }
+
+  std::string Response() const {
+    const auto& request = request_.get();
+    const auto host = request[http::field::host];
+    if (!IsPlainHost({host.data(), host.size()})) {
+      return ResponseText(http::status::misdirected_request, false, "text/plain", "reach this page by its address\n");
+    }
+    if (request.method() != http::verb::get) {
+      return ResponseText(http::status::method_not_allowed, false, "text/plain", "this page only reads\n",
+                          "Allow: GET\r\n");
+    }
+    if (request.target() != "/") {
+      return ResponseText(http::status::not_found, false, "text/plain", "there is only /\n");
+    }
+    return ResponseText(http::status::ok, false, "text/html; charset=utf-8",
+                        StatusPage(shared_.activity, shared_.reports),
+                        "Content-Security-Policy: default-src 'none'; style-src 'unsafe-inline'\r\n");
+  }
+
   void Answer() {
-    const bool isPage = request_.method() == http::verb::get && request_.target() == "/";
-    response_ = MakeResponse(isPage ? http::status::ok : http::status::not_found, request_.version(), false,
-                             isPage ? StatusPage(shared_.activity, shared_.reports) : "there is only /\n",
-                             isPage ? "text/html; charset=utf-8" : "text/plain");
-    response_.set("Content-Security-Policy", "default-src 'none'; style-src 'unsafe-inline'");
-    stream_.expires_after(kClientTimeout);
-    http::async_write(stream_, response_, [self = shared_from_this()](beast::error_code, std::size_t) {
-      boost::system::error_code ignored;
-      self->stream_.socket().shutdown(tcp::socket::shutdown_send, ignored);
+    response_ = Response();
+    SetTimeout();
+    asio::async_write(socket_, asio::buffer(response_), [self = Self()](Error error, std::size_t) {
+      if (!error) self->CloseAfterAnswer();
     });
   }
 
-  Counted seat_;
-  Shared& shared_;
-  beast::tcp_stream stream_;
-  beast::flat_buffer buffer_{kHeaderLimit};
-  http::request<http::empty_body> request_;
-  Response response_;
+  const Shared& shared_;
+  Socket socket_;
+  beast::flat_buffer buffer_{2 * kHeaderLimit};
+  http::request_parser<http::empty_body> request_;
+  std::string response_;
 };
 
-/// All that takes connections and ends it runs on one strand.
-using Control = asio::strand<asio::io_context::executor_type>;
-
-tcp::acceptor Listen(const Control& control, const std::string& address, std::uint16_t port) {
-  boost::system::error_code error;
+Acceptor Listen(Loop& loop, const std::string& address, std::uint16_t port) {
+  Error error;
   const auto ip = asio::ip::make_address(address, error);
   if (error) throw std::runtime_error(address + ": " + error.message());
   try {
-    tcp::acceptor acceptor(control, tcp::endpoint(ip, port), true);
+    Acceptor acceptor(loop.io, tcp::endpoint(ip, port), true);
     acceptor.listen(asio::socket_base::max_listen_connections);
     return acceptor;
   } catch (const boost::system::system_error& failure) {
@@ -270,31 +377,30 @@ tcp::acceptor Listen(const Control& control, const std::string& address, std::ui
   }
 }
 
-/// Accepts until the acceptor is closed; each connection on a strand of its own.
-template <class Take>
-void AcceptAll(asio::io_context& io, tcp::acceptor& acceptor, Take take) {
-  acceptor.async_accept(
-      asio::make_strand(io), [&io, &acceptor, take](boost::system::error_code error, tcp::socket socket) {
-        if (!acceptor.is_open()) return;
-        if (!error) {
-          take(std::move(socket));
-          return AcceptAll(io, acceptor, take);
-        }
-        // No descriptor is free, most likely, and none will be at once.
-        const auto pause = std::make_shared<asio::steady_timer>(acceptor.get_executor(), kAcceptPause);
-        pause->async_wait([&io, &acceptor, take, pause](boost::system::error_code) {
-          if (acceptor.is_open()) AcceptAll(io, acceptor, take);
-        });
-      });
+/// Accepts until the acceptor is closed. chooseLoop() says whose the next connection will be; take(loop, socket) runs
+/// on the acceptor's loop.
+template <class ChooseLoop, class Take>
+void AcceptAll(Acceptor& acceptor, ChooseLoop chooseLoop, Take take) {
+  Loop& loop = chooseLoop();
+  acceptor.async_accept(loop.io, [&acceptor, &loop, chooseLoop, take](Error error, Socket socket) {
+    if (!acceptor.is_open()) return;
+    if (!error) {
+      take(loop, std::move(socket));
+      return AcceptAll(acceptor, chooseLoop, take);
+    }
+    // No descriptor is free, most likely, and none will be at once.
+    const auto pause = std::make_shared<Timer>(acceptor.get_executor(), kAcceptPause);
+    pause->async_wait([&acceptor, chooseLoop, take, pause](Error) {
+      if (acceptor.is_open()) AcceptAll(acceptor, chooseLoop, take);
+    });
+  });
 }
 
 /// Lets what is under way be answered, but not for ever; kept connections that are idle don't count.
-void StopWhenDone(asio::io_context& io, asio::steady_timer& timer, const Shared& shared,
-                  std::chrono::steady_clock::time_point deadline) {
-  if (shared.underWay == 0 || std::chrono::steady_clock::now() >= deadline) return io.stop();
+void StopWhenDone(Loop& control, Timer& timer, const Shared& shared, Clock::time_point deadline) {
+  if (shared.underWay == 0 || Clock::now() >= deadline) return control.io.stop();
   timer.expires_after(kStopLook);
-  timer.async_wait(
-      [&io, &timer, &shared, deadline](boost::system::error_code) { StopWhenDone(io, timer, shared, deadline); });
+  timer.async_wait([&control, &timer, &shared, deadline](Error) { StopWhenDone(control, timer, shared, deadline); });
 }
 
 asio::ssl::context MakeTls(const ServerOptions& options) {
@@ -321,56 +427,71 @@ void RaiseDescriptorLimit() {
 
 void Serve(const ServerOptions& options, void (*ready)(std::uint16_t port, std::uint16_t statusPort)) {
   RaiseDescriptorLimit();
+  asio::ssl::context tls = MakeTls(options);
   Shared shared(options);
-  {
-    asio::io_context io(static_cast<int>(options.threads));
-    asio::ssl::context tls = MakeTls(options);
-    const Control control = asio::make_strand(io);
-    tcp::acceptor acceptor = Listen(control, options.listenAddress, options.listenPort);
-    std::optional<tcp::acceptor> statusAcceptor;
-    if (!options.statusAddress.empty()) statusAcceptor = Listen(control, options.statusAddress, options.statusPort);
+  // The control loop accepts, shows the status page and ends it all; the others answer. They outlive it, since it holds
+  // the socket of the next connection for one of them.
+  std::list<Loop> loops(std::max(1U, options.threads));
+  Loop control;
+  Acceptor acceptor = Listen(control, options.listenAddress, options.listenPort);
+  std::optional<Acceptor> statusAcceptor;
+  if (!options.statusAddress.empty()) statusAcceptor = Listen(control, options.statusAddress, options.statusPort);
 
-    // A socket that isn't taken closes.
-    const auto hasRoom = [&shared] {
-      if (shared.connections < shared.connectionLimit) return true;
-      shared.activity.NoteRefusal();
-      return false;
-    };
-    AcceptAll(io, acceptor, [&](tcp::socket socket) {
-      if (!hasRoom()) return;
-      boost::system::error_code ignored;
-      socket.set_option(tcp::no_delay(true), ignored);
-      std::make_shared<Session>(std::move(socket), tls, shared)->Start();
+  // A socket that isn't taken closes.
+  const auto hasRoom = [&shared](const std::atomic<unsigned>& connections, unsigned limit) {
+    if (connections < limit) return true;
+    shared.activity.NoteRefusal();
+    return false;
+  };
+  auto next = loops.begin();
+  const auto eachInTurn = [&]() -> Loop& {
+    if (next == loops.end()) next = loops.begin();
+    return *next++;
+  };
+  AcceptAll(acceptor, eachInTurn, [&](Loop& loop, Socket socket) {
+    if (!hasRoom(shared.connections, options.connectionLimit)) return;
+    Error ignored;
+    socket.set_option(tcp::no_delay(true), ignored);
+    // Counted at once: the next may be here before the loop has taken this one.
+    asio::post(loop.io, [&, seat = Counted(shared.connections), socket = std::move(socket)]() mutable {
+      std::make_shared<Session>(loop, std::move(seat), std::move(socket), tls, shared)->Start();
     });
-    if (statusAcceptor) {
-      AcceptAll(io, *statusAcceptor, [&](tcp::socket socket) {
-        if (hasRoom()) std::make_shared<StatusSession>(std::move(socket), shared)->Start();
-      });
-    }
-
-    asio::steady_timer stopTimer(control);
-    asio::signal_set signals(control, SIGTERM, SIGINT);
-    signals.async_wait([&](boost::system::error_code error, int) {
-      if (error) return;
-      Log("Serve", "stopping", kLogInformation);
-      shared.stopping = true;
-      boost::system::error_code ignored;
-      acceptor.close(ignored);
-      if (statusAcceptor) statusAcceptor->close(ignored);
-      StopWhenDone(io, stopTimer, shared, std::chrono::steady_clock::now() + kStopTimeout);
-    });
-
-    Log("Serve", "listening on " + options.listenAddress + ":" + std::to_string(acceptor.local_endpoint().port()),
-        kLogInformation);
-    ready(acceptor.local_endpoint().port(),
-          statusAcceptor ? statusAcceptor->local_endpoint().port() : std::uint16_t{0});
-    std::vector<std::jthread> threads;
-    for (unsigned i = 1; i < options.threads; ++i) threads.emplace_back([&io] { io.run(); });
-    io.run();
-    threads.clear();
-    // While the loop still exists, since the store hands its outcomes to it.
-    shared.reports.Finish();
+  });
+  if (statusAcceptor) {
+    AcceptAll(
+        *statusAcceptor, [&]() -> Loop& { return control; },
+        [&](Loop& loop, Socket socket) {
+          if (!hasRoom(shared.statusConnections, kStatusConnections)) return;
+          std::make_shared<StatusSession>(loop, Counted(shared.statusConnections), std::move(socket), shared)->Start();
+        });
   }
+
+  Timer stopTimer(control.io);
+  asio::basic_signal_set<Executor> signals(control.io, SIGTERM, SIGINT);
+  signals.async_wait([&](Error error, int) {
+    if (error) return;
+    Log("Serve", "stopping", kLogInformation);
+    shared.stopping = true;
+    Error ignored;
+    acceptor.close(ignored);
+    if (statusAcceptor) statusAcceptor->close(ignored);
+    StopWhenDone(control, stopTimer, shared, Clock::now() + kStopTimeout);
+  });
+
+  Log("Serve", "listening on " + options.listenAddress + ":" + std::to_string(acceptor.local_endpoint().port()),
+      kLogInformation);
+  ready(acceptor.local_endpoint().port(), statusAcceptor ? statusAcceptor->local_endpoint().port() : std::uint16_t{0});
+  control.WatchDeadlines();
+  std::vector<std::jthread> threads;
+  for (Loop& loop : loops) {
+    loop.WatchDeadlines();
+    threads.emplace_back([&loop] { loop.io.run(); });
+  }
+  control.io.run();
+  for (Loop& loop : loops) loop.io.stop();
+  threads.clear();
+  // While the loops still exist, since the store hands its outcomes to them.
+  shared.reports.Finish();
   Log("Serve", "stopped", kLogInformation);
 }
 

@@ -5,6 +5,7 @@
 // engine, and leaves limits and time-outs to its user.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -21,7 +22,9 @@ struct ServerOptions {
   std::string reportDatabase;
   unsigned threads = 2;
   unsigned connectionLimit = 2000;  ///< more are closed at once
-  unsigned ratePerAddress = 0;      ///< requests a second from one address, in bursts of twice that; 0: any number
+  /// For a handshake, for a request to come whole, for an answer to go. A kept connection may be silent as long.
+  std::chrono::milliseconds clientTimeout{10'000};
+  unsigned ratePerAddress = 0;  ///< requests a second from one address, in bursts of twice that; 0: any number
 };
 
 /// Serves until SIGTERM or SIGINT; then takes no more connections, answers what it has begun (for at most five

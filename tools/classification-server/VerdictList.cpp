@@ -3,13 +3,14 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
-#include "DetectionEngine/engine/DebugLog.h"
-#include "DetectionEngine/platform/Clock.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/url/UrlParser.h"
+#include "tools/classification-server/Log.h"
 
 namespace zeph::server {
 
@@ -17,8 +18,7 @@ namespace {
 
 constexpr std::size_t kFileLimit = std::size_t{1} << 28;
 constexpr std::size_t kFaultLimit = 100;
-constexpr std::int64_t kLookEveryMs = 1000;
-constexpr std::int64_t kNanosecondsInMs = 1'000'000;
+constexpr std::chrono::seconds kLookEvery{1};
 
 std::string Lower(std::string_view text) {
   std::string lower(text);
@@ -42,6 +42,11 @@ std::optional<std::int32_t> ReadVerdict(std::string_view word) {
   return found != kVerdicts.end() ? std::optional(found->second) : std::nullopt;
 }
 
+/// Whether a host of a URL can look like this.
+bool IsHost(std::string_view text) {
+  return text.find_first_of("/\\:@?#%") == std::string_view::npos && !text.starts_with('.') && !text.ends_with('.');
+}
+
 /// The next word of a line, which loses it and the blanks before it.
 std::string_view TakeWord(std::string_view& line) {
   constexpr std::string_view kBlanks = " \t";
@@ -54,6 +59,8 @@ std::string_view TakeWord(std::string_view& line) {
 }  // namespace
 
 VerdictList VerdictList::Parse(std::string_view text, std::vector<Fault>& faults) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
   VerdictList list;
   std::size_t number = 0;
   while (!text.empty()) {
@@ -78,6 +85,8 @@ VerdictList VerdictList::Parse(std::string_view text, std::vector<Fault>& faults
       what = "\"" + std::string(kind) + "\" is neither url, host nor suffix";
     } else if (pattern.empty()) {
       what = "nothing to match";
+    } else if (kind != "url" && !IsHost(pattern)) {
+      what = "\"" + std::string(pattern) + "\" is no host";
     } else if (!rest.empty() && !rest.starts_with('#')) {
       what = "\"" + std::string(rest) + "\" is more than a line holds";
     }
@@ -106,16 +115,22 @@ std::int32_t VerdictList::Find(std::string_view url) const {
 
 VerdictFile::VerdictFile(std::string path) : path_(std::move(path)) {
   if (!Reload()) throw std::runtime_error(path_ + ": can't be read");
+  watcher_ = std::jthread([this](const std::stop_token& stop) { Watch(stop); });
 }
 
-std::shared_ptr<const VerdictList> VerdictFile::Current() {
+std::shared_ptr<const VerdictList> VerdictFile::Current() const {
   const std::lock_guard lock(mutex_);
-  const std::int64_t now = CoarseTick() / kNanosecondsInMs;
-  if (now - lookedAtMs_ >= kLookEveryMs) {
-    lookedAtMs_ = now;
-    if (StampOf(path_) != stamp_ && !Reload()) LogLine("VerdictFile", path_ + ": can't be read", kLogWarning);
-  }
   return list_;
+}
+
+void VerdictFile::Watch(const std::stop_token& stop) {
+  while (!stop.stop_requested()) {
+    {
+      std::unique_lock lock(mutex_);
+      stopped_.wait_for(lock, stop, kLookEvery, [] { return false; });
+    }
+    if (StampOf(path_) != stamp_ && !Reload()) Log("VerdictFile", path_ + ": can't be read", kLogWarning);
+  }
 }
 
 bool VerdictFile::Reload() {
@@ -126,10 +141,13 @@ bool VerdictFile::Reload() {
   std::vector<VerdictList::Fault> faults;
   auto list = std::make_shared<const VerdictList>(VerdictList::Parse(*text, faults));
   for (const VerdictList::Fault& fault : faults) {
-    LogLine("VerdictFile", path_ + ":" + std::to_string(fault.line) + ": " + fault.what, kLogWarning);
+    Log("VerdictFile", path_ + ":" + std::to_string(fault.line) + ": " + fault.what, kLogWarning);
   }
-  LogLine("VerdictFile", path_ + ": " + std::to_string(list->size()) + " verdicts", kLogInformation);
-  list_ = std::move(list);
+  Log("VerdictFile", path_ + ": " + std::to_string(list->size()) + " verdicts", kLogInformation);
+  // What was in force goes outside the lock: a long list takes its time.
+  std::shared_ptr<const VerdictList> current = std::move(list);
+  const std::lock_guard lock(mutex_);
+  list_.swap(current);
   return true;
 }
 

@@ -11,14 +11,15 @@
 // later.
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -51,23 +52,25 @@ class VerdictList {
   Verdicts suffixes_;
 };
 
-/// A list's file, read again when it changes. A file that is gone or can't be read leaves the list that was read last.
-/// Any thread.
+/// A list's file, which a thread of its own looks at once a second and reads again when it has changed; until the new
+/// list stands, the old one is in force. A file that is gone or can't be read leaves the list that was read last.
 class VerdictFile {
  public:
   /// Reads the file. Throws std::runtime_error with the reason when that can't be done.
   explicit VerdictFile(std::string path);
-  /// The list as it stands; looks at the file's stamp at most once a second.
-  std::shared_ptr<const VerdictList> Current();
+  /// The list as it stands. Any thread.
+  [[nodiscard]] std::shared_ptr<const VerdictList> Current() const;
 
  private:
+  void Watch(const std::stop_token& stop);
   bool Reload();
 
   std::string path_;
-  std::mutex mutex_;
   FileStamp stamp_{};
-  std::int64_t lookedAtMs_ = 0;
+  mutable std::mutex mutex_;
+  std::condition_variable_any stopped_;
   std::shared_ptr<const VerdictList> list_;
+  std::jthread watcher_;
 };
 
 }  // namespace zeph::server

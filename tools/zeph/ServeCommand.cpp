@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <charconv>
+#include <chrono>
 #include <filesystem>
 #include <iostream>
 #include <thread>
@@ -23,20 +24,19 @@ struct ServeOptions {
   std::string certificateFile;
   std::string keyFile;
   std::string selfSignedFor;
+  unsigned timeoutSeconds = 10;
 };
 
+/// A port alone leaves the address as it is.
 void SplitAddress(const std::string& text, std::string& address, std::uint16_t& port) {
   const std::size_t colon = text.rfind(':');
-  const char* const end = text.data() + text.size();
-  if (colon != std::string::npos) {
-    const auto [rest, error] = std::from_chars(text.data() + colon + 1, end, port);
-    if (error == std::errc{} && rest == end) {
-      address = text.substr(0, colon);
-      if (address.starts_with('[') && address.ends_with(']')) address = address.substr(1, address.size() - 2);
-      return;
-    }
-  }
-  throw CommandError("\"" + text + "\" is no ADDRESS:PORT");
+  const std::string number = colon == std::string::npos ? text : text.substr(colon + 1);
+  const char* const end = number.data() + number.size();
+  const auto [rest, error] = std::from_chars(number.data(), end, port);
+  if (error != std::errc{} || rest != end) throw CommandError("\"" + text + "\" is no ADDRESS:PORT");
+  if (colon == std::string::npos) return;
+  address = text.substr(0, colon);
+  if (address.starts_with('[') && address.ends_with(']')) address = address.substr(1, address.size() - 2);
 }
 
 std::string ReadPem(const std::string& path) {
@@ -69,7 +69,10 @@ void Ready(std::uint16_t port, std::uint16_t statusPort) {
 
 void Serve(ServeOptions& options) {
   SplitAddress(options.listen, options.server.listenAddress, options.server.listenPort);
-  if (!options.status.empty()) SplitAddress(options.status, options.server.statusAddress, options.server.statusPort);
+  if (!options.status.empty()) {
+    options.server.statusAddress = "127.0.0.1";
+    SplitAddress(options.status, options.server.statusAddress, options.server.statusPort);
+  }
   if (!options.selfSignedFor.empty()) {
     MakeSelfSigned(options);
   } else if (options.certificateFile.empty() || options.keyFile.empty()) {
@@ -78,6 +81,7 @@ void Serve(ServeOptions& options) {
     options.server.certificatePem = ReadPem(options.certificateFile);
     options.server.keyPem = ReadPem(options.keyFile);
   }
+  options.server.clientTimeout = std::chrono::seconds(options.timeoutSeconds);
   options.server.threads = std::max(2U, std::thread::hardware_concurrency());
   try {
     server::Serve(options.server, Ready);
@@ -106,8 +110,13 @@ void AddServeCommand(CLI::App& program, int&) {
       ->expected(0, 1)
       ->default_str("127.0.0.1");
   command->add_option("--status", options->status,
-                      "Also show a status page, over plain HTTP: ADDRESS:PORT on loopback");
+                      "Also show a status page, over plain HTTP: PORT of the loopback address, or ADDRESS:PORT");
   command->add_option("--connections", options->server.connectionLimit, "Connections at a time")->capture_default_str();
+  command
+      ->add_option("--timeout", options->timeoutSeconds,
+                   "Seconds that a client has for the handshake, for each request, and to take its answer")
+      ->check(CLI::Range(1U, 3600U))
+      ->capture_default_str();
   command
       ->add_option("--rate", options->server.ratePerAddress,
                    "Requests a second from one address, in bursts of twice that; 0 for any number")

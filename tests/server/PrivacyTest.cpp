@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: Apache-2.0
+// What "zeph check" lets leave the machine: watched by a filter of system calls that ends the program at its first
+// attempt to open a socket.
+#include <array>
+#include <csignal>
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/platform/TestFolders.h"
+#include "tests/server/ServerProcess.h"
+
+namespace zeph {
+namespace {
+
+#if defined(__x86_64__)
+constexpr std::uint32_t kArchitecture = AUDIT_ARCH_X86_64;
+#elif defined(__aarch64__)
+constexpr std::uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
+#endif
+
+/// From here on, the first call that opens or connects a socket ends this process with SIGSYS. Calls of another
+/// architecture do too, whatever they are, and so does the asynchronous interface that reaches all calls.
+bool EndAtSockets() {
+  constexpr auto kJump = static_cast<std::uint16_t>(BPF_JMP | BPF_JEQ | BPF_K);
+  constexpr auto kLoad = static_cast<std::uint16_t>(BPF_LD | BPF_W | BPF_ABS);
+  constexpr auto kReturn = static_cast<std::uint16_t>(BPF_RET | BPF_K);
+  std::array<sock_filter, 9> filter = {{
+      {kLoad, 0, 0, offsetof(seccomp_data, arch)},
+      {kJump, 0, 6, kArchitecture},
+      {kLoad, 0, 0, offsetof(seccomp_data, nr)},
+      {kJump, 4, 0, SYS_socket},
+      {kJump, 3, 0, SYS_connect},
+      {kJump, 2, 0, SYS_sendto},
+      {kJump, 1, 0, SYS_io_uring_setup},
+      {kReturn, 0, 0, SECCOMP_RET_ALLOW},
+      {kReturn, 0, 0, SECCOMP_RET_KILL_PROCESS},
+  }};
+  const sock_fprog program{.len = static_cast<unsigned short>(filter.size()), .filter = filter.data()};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+class Privacy : public FoldersTest {
+ protected:
+  /// A page that the engine alone holds for spoofing, and a configuration that names a server.
+  void SetUp() override {
+    std::filesystem::create_directory(Path("sources"));
+    Fill(Path("sources/TrustedDomains.xml"),
+         "<Trusted.Domain>\n<Domain>bank.example</Domain>\n<CN>Example Bank</CN>\n<UT>examplebank</UT>\n"
+         "<DT>bank.example</DT>\n</Trusted.Domain>\n");
+    Fill(Path("sources/SafeList"), "");
+    Fill(Path("sources/Resources.xml"), "<Server>check.example</Server>\n");
+    Fill(Path("sources/Indicators.xml"),
+         "<Indicator>\n<OnWeight>0.95</OnWeight>\n<TDPriority>1</TDPriority>\n<Category>1</Category>\n<Expression>\n"
+         "<FieldID>4</FieldID>\n<MethodID>3</MethodID>\n<ValueType>0</ValueType>\n<Value>8</Value>\n"
+         "</Expression>\n</Indicator>\n");
+    Fill(Path("page.html"), "<!DOCTYPE html><title>Sign in</title><form action=/go><input type=password></form>");
+  }
+  void TearDown() override {
+    for (const char* name : {"SSL_CERT_FILE", "ZEPH_CONNECT_TO"}) unsetenv(name);
+  }
+
+  /// Runs "zeph check" of the page as that of a URL; its output goes to out. Gives the status as of waitpid.
+  [[nodiscard]] int Check(const std::string& url, const std::vector<std::string>& moreArguments,
+                          bool endAtSockets) const {
+    std::vector<std::string> words = {ZEPH_PROGRAM, "check", "--sources",      Path("sources"),
+                                      "--url",      url,     Path("page.html")};
+    words.insert(words.end(), moreArguments.begin(), moreArguments.end());
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    const pid_t process = fork();
+    if (process == 0) {
+      const int out = open(Path("out").c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
+      if (dup2(out, STDOUT_FILENO) < 0 || (endAtSockets && !EndAtSockets())) _exit(126);
+      execv(arguments[0], arguments.data());
+      _exit(127);
+    }
+    int status = 0;
+    waitpid(process, &status, 0);
+    return status;
+  }
+
+  [[nodiscard]] std::string Out() const { return Content(Path("out")); }
+};
+
+TEST_F(Privacy, NoSocketIsOpenedUnlessTheUserSaysSo) {
+  const std::string url = "http://examplebank.evil.test/?name=value";
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{}, {"--privacy", "none"}, {"--server", "other.example"}}) {
+    const int status = Check(url, arguments, true);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status << Out();
+    const std::string host = arguments.empty() || arguments[0] == "--privacy" ? "check.example" : "other.example";
+    EXPECT_NE(Out().find("SPOOFING"), std::string::npos) << Out();
+    EXPECT_NE(Out().find("not sent: check of " + url + " to " + host), std::string::npos) << Out();
+  }
+  for (const char* level : {"full", "partial"}) {
+    const int status = Check(url, {"--privacy", level, "--server", "check.example"}, true);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSYS) << level << " opened none: " << status << Out();
+  }
+}
+
+TEST_F(Privacy, TheServersAnswerIsShownWithWhatBecameOfIt) {
+  const std::string site = "http://examplebank.evil.test";
+  struct Case {
+    std::string path;
+    const char* privacy;
+    const char* verdict;
+    const char* answer;
+    bool reported;
+  };
+  Fill(Path("verdicts"), "confirmed url " + site + "/confirmed?a=b\nspoofing url " + site + "/spoofing?a=b\n" +
+                             "trustworthy url " + site + "/trustworthy?a=b\nconfirmed url " + site + "/partial\n");
+  const Case cases[] = {
+      {"/unknown", "full", "unclassified", "the server check.example was asked: 3, unclassified", false},
+      {"/confirmed?a=b", "full", "confirmed by the server", "was asked: 5, confirmed; reported to it", true},
+      {"/spoofing?a=b", "full", "SPOOFING", "was asked: 2, spoofing", false},
+      {"/trustworthy?a=b", "full", "trustworthy", "was asked: 1, trustworthy", false},
+      {"/trustworthy?a=b", "partial", "unclassified", "was asked: 3, unclassified", false},
+      {"/partial?a=b", "partial", "confirmed by the server", "was asked: 5, confirmed", false},
+  };
+  test::ServerProcess server(Path(""));
+  setenv("SSL_CERT_FILE", Path("zeph-test-authority.pem").c_str(), 1);
+  setenv("ZEPH_CONNECT_TO", ("check.example:443:127.0.0.1:" + std::to_string(server.Port())).c_str(), 1);
+  for (const Case& row : cases) {
+    const std::string what = row.path + " " + row.privacy;
+    EXPECT_EQ(Check(site + row.path, {"--privacy", row.privacy, "--server", "check.example"}, false), 0) << what;
+    EXPECT_NE(Out().find(row.verdict), std::string::npos) << what << "\n" << Out();
+    EXPECT_NE(Out().find(row.answer), std::string::npos) << what << "\n" << Out();
+    EXPECT_EQ(Out().find("reported to it") != std::string::npos, row.reported) << what << "\n" << Out();
+  }
+  server.Signal(SIGTERM);
+  EXPECT_TRUE(server.EndsWell());
+}
+
+}  // namespace
+}  // namespace zeph
