@@ -91,7 +91,7 @@ struct Classification {
 void KeepTrace(ClassificationTrace* trace, Classification& work) {
   if (trace == nullptr) return;
   trace->pair = work.pair;
-  trace->results = work.results;
+  if (trace->wantsResults) trace->results = work.results;
 }
 
 void LogUrl(const char* label, const std::u16string& url) {

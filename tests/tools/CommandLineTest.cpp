@@ -177,6 +177,64 @@ TEST_F(CommandLine, InspectsManyInputsInOneProcess) {
   EXPECT_EQ(Run("inspect strings").Lines().front().size(), 222U);
 }
 
+TEST_F(CommandLine, AsksAPageForItsAddressBeforeItsFiles) {
+  fs::create_directories(folder_ / "page_files");
+  WriteText(folder_ / "page_files" / "a.gif", std::string("GIF89a\x05\x01\x06\x01", 10));
+  WriteText(folder_ / "page.html",
+            "<base href=http://www.example.test/x/page.html><img src=page_files/a.gif><img src=page_files/b.gif>");
+  const auto lines = Run("inspect page --sources " + Sources() + " page.html").Lines();
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_EQ(lines[0]["pageData"]["url"]["HostName"], "www.example.test");
+  EXPECT_EQ(lines[0]["pageData"]["images"]["widths"].dump(), "[261,-1]");
+}
+
+TEST_F(CommandLine, PrintsTreesForAReaderWithoutScripts) {
+  WriteText(folder_ / "page.html", "<body><noscript><b>x</b></noscript>");
+  const Ran ran = Run("inspect tree page.html");
+  EXPECT_NE(ran.out.find("|     <noscript>\n|       <b>\n|         \"x\"\n"), std::string::npos) << ran.out;
+}
+
+TEST_F(CommandLine, RecordingsOfPagesGiveWhatThePagesGive) {
+  const std::string login =
+      "<!DOCTYPE html><title>Log in to PayPal</title><link rel='shortcut icon' href=/i.ico><form action=go.php>Mail "
+      "<input name=m value=me@mail.example><p>Password<input type=password name=p value=secret1><input type=hidden "
+      "name=r value='http://www.paypal.com/?s=secret2'><input type=submit value='Log in'></form><a "
+      "href='https://www.paypal.com/help?id=secret3'>Help</a>&copy; 2026 PayPal";
+  const std::string pages[] = {
+      "",
+      login,
+      login +
+          "<meta http-equiv=refresh content='3;url=x'><script src=a.js?v=secret4></script><script>if (a < b) "
+          "document.write('<p>')</script><!-- saved from url --><img src=//img.example.test/l.gif width=9 height=8>",
+      "<table><a href=x>1<tr><td background=b.png><b><i>cell</b> more<table></i>x<p>Copyright \xC2\xA9 Otter<p>",
+      "<frameset><frame src=a><frame src=b></frameset>",
+      "<plaintext><b>caf\xC3\xA9 & <\xFF\x01",
+      "<svg><a href=x><title>t</title></a></svg><select><option value=1>one<option>two</select><textarea>\n "
+      "t</textarea>"
+      "<template><form></template><button>press</button><map><area href=mailto:me@mail.example></map>",
+      std::string(300, '<') + "div><pre>  kept\r\n  so</pre><div style='display:none'>hidden</div><br>end",
+  };
+  const std::string url = " --url 'http://www.unknown-shop.example/account/?u=secret5' ";
+  const std::string rules = " --sources " ZEPH_SOURCE_DIR "/package ";
+  for (const std::string& page : pages) {
+    WriteText(folder_ / "page.html", page);
+    ASSERT_EQ(Run("record page.html --output page.json" + url).status, 0) << page;
+    const auto answer = [&](const std::string& input) {
+      Json verdict = Run("check --json --explain" + rules + input).Lines().at(0);
+      verdict.erase("input");
+      return Run("inspect page --installation server" + rules + input).out + verdict.dump();
+    };
+    EXPECT_EQ(answer("page.json"), answer("page.html" + url)) << page;
+
+    ASSERT_EQ(Run("record page.html --scrub --output page.json" + url).status, 0) << page;
+    EXPECT_EQ(ReadText(folder_ / "page.json").find("secret"), std::string::npos) << page;
+    const auto scrubbed = Run("check --json" + rules + "page.json").Lines();
+    const auto whole = Run("check --json" + rules + "page.html" + url).Lines();
+    ASSERT_TRUE(scrubbed.size() == 1 && whole.size() == 1) << page;
+    EXPECT_EQ(scrubbed[0]["classification"], whole[0]["classification"]) << page;
+  }
+}
+
 TEST_F(CommandLine, MakesPackagesThatSayWhatTheirSourcesSay) {
   const Json wanted = Run("inspect package --sources " + Sources()).Lines().front();
   ASSERT_EQ(Names(wanted), (std::vector<std::string>{"Configuration", "Indicators"}));

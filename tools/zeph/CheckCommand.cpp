@@ -88,6 +88,7 @@ struct ReleaseReport {
 Verdict Classify(const std::string& input, const CheckOptions& options, std::size_t nameRoom) {
   Verdict verdict;
   Outputs outputs(nameRoom);
+  verdict.trace.wantsResults = options.explain;
   verdict.isPage = std::filesystem::is_regular_file(input);
   if (!verdict.isPage) {
     verdict.result = ClassifyUrlTraced(Widen(input).c_str(), outputs.Classification(), outputs.SiteName(),

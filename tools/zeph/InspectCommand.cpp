@@ -154,9 +154,10 @@ void AddInspectCommand(CLI::App& program, int&) {
     UseConfiguration(options->configuration);
     ForEachInput(options->inputs, [&](const std::string& input) { InspectPage(input, *options); });
   });
-  add("tree", "The parsed tree of HTML files, one node a line", true, false)->callback([options] {
-    ForEachInput(options->inputs, [](const std::string& input) { PrintText(PageTree(input)); });
-  });
+  add("tree", "The parsed tree of HTML files, one node a line, with scripts off: NOSCRIPT holds elements", true, false)
+      ->callback([options] {
+        ForEachInput(options->inputs, [](const std::string& input) { PrintPageTree(input, PrintText); });
+      });
   add("package", "The whole loaded configuration", false, true)->callback([options] {
     UseConfiguration(options->configuration);
     InspectPackage();

@@ -20,13 +20,16 @@ namespace zeph {
 
 namespace {
 
-constexpr std::size_t kPageFileLimit = std::size_t{1} << 30;
-
+/// No page's file is longer than the markup that is read of one, so that none is read in part.
 std::string ReadPage(const std::string& path) {
   std::error_code error;
-  auto text = ReadWholeFile(path, kPageFileLimit, &error);
-  if (!text) throw CommandError(path + ": " + (error ? error.message() : "can't be read"));
-  return std::move(*text);
+  auto text = ReadWholeFile(path, html::kMaxMarkup, &error);
+  if (text) return std::move(*text);
+  if (error == std::errc::file_too_large) {
+    throw CommandError(path + ": longer than " + std::to_string(html::kMaxMarkup >> 20) +
+                       " MiB, which is the most that a page may have");
+  }
+  throw CommandError(path + ": " + (error ? error.message() : "can't be read"));
 }
 
 class RecordedPage final : public LoadedPage {
@@ -42,36 +45,33 @@ class RecordedPage final : public LoadedPage {
   std::unique_ptr<RecordedDocument> document_;
 };
 
-/// A page from its bytes, with what was saved beside it.
 class HtmlPage final : public LoadedPage {
  public:
   HtmlPage(std::string_view bytes, HtmlDocumentOptions options, std::string urlSource)
-      : urlSource_(std::move(urlSource)) {
-    const bool saysItself = options.url.empty();
-    auto document = std::make_unique<HtmlDocument>(bytes, options);
-    if (saysItself) {
-      // The page is read anew once it has told its address, since its own links are taken against that.
-      options.url = document->CanonicalUrl();
-      if (!options.url.empty()) {
-        urlSource_ = "the page itself (its canonical link or its base)";
-        document = std::make_unique<HtmlDocument>(bytes, std::move(options));
-      }
-    }
-    document_ = std::move(document);
-  }
-  IHTMLDocument2& Document() override { return *document_; }
+      : document_(bytes, std::move(options)), urlSource_(std::move(urlSource)) {}
+  IHTMLDocument2& Document() override { return document_; }
   [[nodiscard]] std::string UrlSource() const override { return urlSource_; }
 
  private:
-  std::unique_ptr<HtmlDocument> document_;
+  HtmlDocument document_;
   std::string urlSource_;
 };
+
+/// Has the page tell its URL where nobody else did, before it is read for good: its links, and the files beside it, are
+/// taken against that. Gives who told.
+std::string AskForUrl(std::string_view bytes, HtmlDocumentOptions& options) {
+  if (!options.url.empty()) return "";
+  options.url = HtmlDocument(bytes, options).CanonicalUrl();
+  return options.url.empty() ? "" : "the page itself (its canonical link or its base)";
+}
 
 std::unique_ptr<LoadedPage> LoadHtml(const std::string& path, const PageOptions& options) {
   HtmlDocumentOptions document;
   document.url = Widen(options.url);
+  const std::string bytes = ReadPage(path);
+  std::string urlSource = AskForUrl(bytes, document);
   document.resources = FilesBeside(path, document.url);
-  return std::make_unique<HtmlPage>(ReadPage(path), std::move(document), "");
+  return std::make_unique<HtmlPage>(bytes, std::move(document), std::move(urlSource));
 }
 
 std::unique_ptr<LoadedPage> LoadMhtml(const std::string& path, const PageOptions& options) {
@@ -81,9 +81,10 @@ std::unique_ptr<LoadedPage> LoadMhtml(const std::string& path, const PageOptions
   HtmlDocumentOptions document;
   document.url = options.url.empty() ? saved->url : Widen(options.url);
   document.charset = saved->charset;
-  document.resources = saved->resources;
   const bool savedSays = options.url.empty() && !saved->url.empty();
-  return std::make_unique<HtmlPage>(saved->html, std::move(document), savedSays ? "the saved page" : "");
+  std::string urlSource = savedSays ? "the saved page" : AskForUrl(saved->html, document);
+  document.resources = saved->resources;
+  return std::make_unique<HtmlPage>(saved->html, std::move(document), std::move(urlSource));
 }
 
 std::unique_ptr<LoadedPage> LoadRecording(const std::string& path, const PageOptions&) {
@@ -124,10 +125,10 @@ std::unique_ptr<LoadedPage> LoadPage(const std::string& path, const PageOptions&
   return kind->load(path, options);
 }
 
-std::string PageTree(const std::string& path) {
+void PrintPageTree(const std::string& path, const std::function<void(std::string_view)>& write) {
   html::ParseOptions options;
   options.noscriptIsText = false;  // the form is that of conformance tests, which run without scripts
-  return html::PrintTree(html::ParseTree(html::DecodeMarkup(ReadPage(path)).text, options));
+  html::PrintTree(html::ParseTree(html::DecodeMarkup(ReadPage(path)).text, options), write);
 }
 
 }  // namespace zeph

@@ -2,8 +2,10 @@
 // Pages from files: recordings (.json), HTML (.html, .htm) and saved pages (.mht, .mhtml).
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <CLI/CLI.hpp>
 
@@ -33,7 +35,8 @@ class LoadedPage {
 /// Throws CommandError with where and what when the file can't be used.
 [[nodiscard]] std::unique_ptr<LoadedPage> LoadPage(const std::string& path, const PageOptions& options);
 
-/// The parsed tree of an HTML file. Throws CommandError.
-[[nodiscard]] std::string PageTree(const std::string& path);
+/// Writes the parsed tree of an HTML file, in pieces. Unlike a page that is classified, it is parsed for a reader
+/// without scripts: the content of NOSCRIPT is markup. Throws CommandError.
+void PrintPageTree(const std::string& path, const std::function<void(std::string_view)>& write);
 
 }  // namespace zeph
