@@ -2,8 +2,10 @@
 #include "DetectionEngine/configuration/Configuration.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
+#include "DetectionEngine/url/FixedTokens.h"
 #include "DetectionEngine/url/HostMatching.h"
 #include "DetectionEngine/url/Text.h"
 
@@ -84,6 +86,9 @@ void Configuration::BuildTagIndexes() {
 void Configuration::BuildIndexes() {
   BuildTagIndexes();
   UrlWordSet.Assign(UrlAnalysisWords);
+  std::array<std::u16string_view, kFixedTokenCount> fixed;
+  for (std::size_t token = 0; token < fixed.size(); ++token) fixed[token] = TextOf(static_cast<FixedToken>(token));
+  UrlAnalysisTable.Pin(fixed);
   BrandDomains.Clear();
   for (const auto& [domain, info] : TrustedDomainInfos) {
     for (const std::u16string& name : info.DT) BrandDomains.Entries.push_back({kDomain, name, {}, 0, domain});

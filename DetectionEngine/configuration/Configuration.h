@@ -121,7 +121,8 @@ struct Configuration {
   void Clear();
   /// Rebuilds the three tag indexes from TrustedDomainInfos.
   void BuildTagIndexes();
-  /// BuildTagIndexes, UrlWordSet, BrandDomains and the index of every site list. Every load ends with it.
+  /// BuildTagIndexes, UrlWordSet, BrandDomains, the index of every site list, and the fixed tokens of UrlAnalysisTable.
+  /// Every load ends with it.
   void BuildIndexes();
   /// CN of the trusted domain; empty when there is none. The view lives as long as the record.
   [[nodiscard]] std::u16string_view GetCompanyName(std::u16string_view domain) const;

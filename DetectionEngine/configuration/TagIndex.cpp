@@ -68,11 +68,13 @@ void TagIndex::Assign(std::vector<TagIndexEntry> entries) {
   shift_ = static_cast<unsigned>(64 - std::countr_zero(bits));
   filter_.assign(bits / 64, 0);
   std::fill(std::begin(hasLength_), std::end(hasLength_), false);
+  hasShort_ = false;
   for (const TagIndexEntry& entry : entries_) {
     const std::u16string_view tag = entry.Tag;
     const std::size_t count = std::min(tag.size(), kFilterUnits);
     Set(UnitsOf(tag.substr(0, count)));
     hasLength_[count] = true;
+    hasShort_ |= count < kFilterUnits;
     if (count < kFilterUnits) continue;
     Set(Further(UnitsOf(tag), tag.size() < 2 * kFilterUnits ? 0 : UnitsOf(tag.substr(kFilterUnits))));
   }
@@ -131,6 +133,7 @@ const TagIndexEntry* TagIndex::SearchEverywhere(std::u16string_view text) const 
     const std::uint64_t unit = next < text.size() ? LowerOf(text[next]) : u'\0';
     units = units >> kUnitBits | unit << (kUnitBits * (kFilterUnits - 1));
     if (next < kFilterUnits - 1) continue;
+    if (IsSet(units) == 0 && !hasShort_) continue;  // most often, and cheaper than all of the question
     const std::u16string_view rest = text.substr(next - (kFilterUnits - 1));
     const TagIndexEntry* const entry = MayBegin(units, rest) != 0 ? Probe<TagForm::kUrl>(rest) : nullptr;
     if (entry != nullptr) return entry;

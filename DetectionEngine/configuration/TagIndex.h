@@ -53,6 +53,7 @@ class TagIndex {
   std::vector<std::uint64_t> filter_;      ///< bits by the hash of first units; a clear bit: no tag begins so
   unsigned shift_ = 0;                     ///< leaves of a hash the number of a bit of filter_
   bool hasLength_[kFilterUnits + 1] = {};  ///< a tag stands in the filter by so many units
+  bool hasShort_ = false;                  ///< by fewer than kFilterUnits
 };
 
 }  // namespace zeph

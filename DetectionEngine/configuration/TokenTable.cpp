@@ -10,12 +10,14 @@ void TokenTable::clear() noexcept {
   slots_.clear();
   text_.clear();
   count_ = 0;
+  pinned_.clear();
 }
 
 void TokenTable::reserve(std::size_t count) { Grow(2 * count); }
 
 void TokenTable::insert_or_assign(std::u16string_view key, double probability) {
   if (slots_.size() < 2 * (count_ + 1)) Grow(4 * (count_ + 1));
+  pinned_.clear();
   const std::uint32_t hash = Hash(key);
   Slot& slot = slots_[SlotOf(key, hash)];
   slot.probability = probability;
@@ -26,6 +28,15 @@ void TokenTable::insert_or_assign(std::u16string_view key, double probability) {
   text_ += static_cast<char16_t>(key.size() >> 16);
   text_ += key;
   ++count_;
+}
+
+void TokenTable::Pin(std::span<const std::u16string_view> keys) {
+  pinned_.clear();
+  pinned_.reserve(keys.size());
+  for (const std::u16string_view key : keys) {
+    const double* const known = Find(key);
+    pinned_.push_back(known != nullptr ? std::optional(*known) : std::nullopt);
+  }
 }
 
 std::vector<std::pair<std::u16string_view, double>> TokenTable::Sorted() const {

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -25,6 +27,14 @@ class TokenTable {
     if (slots_.empty()) return nullptr;
     const Slot& slot = slots_[SlotOf(key, Hash(key))];
     return slot.IsFree() ? nullptr : &slot.probability;
+  }
+  /// Looks keys up that will be asked for again and again, to be found by their number from then on. A change of the
+  /// table forgets them.
+  void Pin(std::span<const std::u16string_view> keys);
+  [[nodiscard]] bool HasPinned() const noexcept { return !pinned_.empty(); }
+  /// What Find gives for the pinned key of that number.
+  [[nodiscard]] const double* Pinned(std::size_t number) const noexcept {
+    return pinned_[number] ? &*pinned_[number] : nullptr;
   }
   [[nodiscard]] std::size_t size() const noexcept { return count_; }
   [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
@@ -68,6 +78,7 @@ class TokenTable {
   std::vector<Slot> slots_;  ///< a power of two, at most half full; none before the first key
   std::u16string text_;      ///< all keys, one behind another, each behind its length
   std::size_t count_ = 0;
+  std::vector<std::optional<double>> pinned_;  ///< by the number of the key
   TextHash::Secret secret_ = TextHash::Seed();
 };
 

@@ -208,7 +208,7 @@ std::int32_t ClassifyUrlTraced(const char16_t* url, std::int32_t* classification
   if (const int result = parser.DecodeWithRedirectors(urlText, work.pair->configuration.Redirectors); result != 0) {
     return result;
   }
-  work.pageData.url = JudgedRecord(parser.TakeRecord());
+  TakeJudgedRecord(parser, work.pageData.url);
   work.RunStage(kStageUrl);
   work.RunStage(kStageUrlClient);
   const Score score = work.ComputeScore();

@@ -95,16 +95,19 @@ int DecodePageUrls(std::u16string_view documentUrl, const char16_t* pageUrl, con
   }
   if (decoded != 0) return decoded;
   namedUrl = parser.Record().RawUrl;
-  pageData.url = JudgedRecord(parser.TakeRecord());
+  TakeJudgedRecord(parser, pageData.url);
   return 0;
 }
 
-UrlRecord JudgedRecord(UrlRecord record) {
-  if (record.IsRedirector) {
+void TakeJudgedRecord(UrlParser& parser, UrlRecord& record) {
+  if (parser.Record().IsRedirector) {
     UrlParser target;
-    if (target.DecodeUrl(record.RedirectTarget) == 0) return target.TakeRecord();
+    if (target.DecodeUrl(parser.Record().RedirectTarget) == 0) {
+      record = target.TakeRecord();
+      return;
+    }
   }
-  return record;
+  record = parser.TakeRecord();
 }
 
 std::u16string TextOf(const TextAnswer& answer) {

@@ -15,14 +15,17 @@
 
 namespace zeph {
 
+class UrlParser;
+
 /// Decodes the URLs of a page into pageData.url (the URL to judge by, which is a redirector's target when that decodes)
 /// and, if the caller gave a pageUrl, pageData.documentUrl. namedUrl receives the URL that logs call the page by. Not
 /// 0: the URL to judge by can't be decoded.
 int DecodePageUrls(std::u16string_view documentUrl, const char16_t* pageUrl, const Configuration& configuration,
                    PageData& pageData, std::u16string& namedUrl);
 
-/// The record to judge a decoded URL by: that of a redirector's target when it decodes, else its own.
-[[nodiscard]] UrlRecord JudgedRecord(UrlRecord record);
+/// Takes the record to judge a URL by from the parser that decoded it: that of a redirector's target when this decodes,
+/// else its own.
+void TakeJudgedRecord(UrlParser& parser, UrlRecord& record);
 
 /// The text of an answer; empty when it failed or there is none.
 [[nodiscard]] std::u16string TextOf(const TextAnswer& answer);

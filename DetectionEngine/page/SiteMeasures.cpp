@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "DetectionEngine/configuration/TextHash.h"
 #include "DetectionEngine/url/HostMatching.h"
 #include "DetectionEngine/url/Text.h"
 #include "DetectionEngine/url/UrlParser.h"
@@ -85,7 +86,7 @@ IndicatorResult SiteListMembership(std::span<const std::u16string_view> texts, c
     if (isItems) return FindInItems(text, value);
     if (list != nullptr) return FindInList(text, *list);
     if (!isBlockList) return std::nullopt;
-    if (text == pageUrl.RawUrl) return FindInBlockList(pageUrl, configuration);  // most often, and decoded already
+    if (TextHash::Same(text, pageUrl.RawUrl)) return FindInBlockList(pageUrl, configuration);  // most often, and decoded already
     UrlParser parser;
     parser.DecodeUrl(text);
     return FindInBlockList(parser.Record(), configuration);

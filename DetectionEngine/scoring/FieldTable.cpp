@@ -35,6 +35,8 @@ using enum FieldKind;
 
 constexpr bool kCounts = true;  // the column "counts" of the rows that have it
 
+}  // namespace
+
 // clang-format off
 constexpr std::array<Field, 34> kFields = {{
     {0, "UrlScheme", kText, "scheme of the page's URL",
@@ -113,6 +115,8 @@ constexpr std::array<Field, 34> kFields = {{
 }};
 // clang-format on
 
+namespace {
+
 constexpr bool EveryRowHasItsNumber() {
   for (std::size_t row = 0; row < kFields.size(); ++row) {
     if (kFields[row].number != row) return false;
@@ -122,12 +126,6 @@ constexpr bool EveryRowHasItsNumber() {
 static_assert(EveryRowHasItsNumber());
 
 }  // namespace
-
-std::span<const Field> Fields() noexcept { return kFields; }
-
-const Field* FindField(std::uint32_t number) noexcept {
-  return number < kFields.size() && kFields[number].read != nullptr ? &kFields[number] : nullptr;
-}
 
 void ReadField(PageData& pageData, const Field& field, FieldValue& value) {
   value.Clear();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <span>
 #include <string_view>
 #include <vector>
 
@@ -53,10 +53,12 @@ struct Field {
 };
 
 /// All fields, row i having number i.
-[[nodiscard]] std::span<const Field> Fields() noexcept;
+extern const std::array<Field, 34> kFields;
 
 /// The field of a number, or null when there is none or it has no value.
-[[nodiscard]] const Field* FindField(std::uint32_t number) noexcept;
+[[nodiscard]] inline const Field* FindField(std::uint32_t number) noexcept {
+  return number < kFields.size() && kFields[number].read != nullptr ? &kFields[number] : nullptr;
+}
 
 /// Makes the value anew, from the page's data as they stand now. Fields that show a brand count compute it on first
 /// use. A value may be used again and again, for what room it has.

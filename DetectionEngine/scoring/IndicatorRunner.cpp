@@ -19,7 +19,7 @@ constexpr std::array<Operator, 3> kOperators = {{
     {kOr, "or", "on when any expression is; all of them run",
      [](const RuleAnswers& answers) { return answers.on > 0; }},
     {kNot, "not", "on when the first expression is off; the others have no effect",
-     [](const RuleAnswers& answers) { return answers.ran > 0 && !answers.first.on; }},
+     [](const RuleAnswers& answers) { return answers.ran > 0 && !answers.first; }},
 }};
 static_assert(kOperators[kAnd].number == kAnd && kOperators[kOr].number == kOr && kOperators[kNot].number == kNot);
 
@@ -30,33 +30,62 @@ constexpr std::array<ValueTypeRow, 4> kValueTypes = {{
     {kValueSiteList, "site list", "the number of a list of sites"},
 }};
 
-/// A rule's texts are those of its first expression, whichever of them turned it on. The value is a room to work in.
-RuleAnswers Evaluate(const IndicatorRule& rule, const Indicators& indicators, const Configuration& configuration,
-                     PageData& pageData, std::span<const IndicatorResult> results, FieldValue& value) {
-  RuleAnswers answers;
-  bool valid = true;
-  for (const IndicatorExpression& expression : rule.Expressions) {
-    const bool decided = rule.OperatorID == kAnd && answers.on < answers.ran;
-    const Method* const method = decided ? nullptr : FindMethod(expression.MethodID);
-    const Field* const field = FindField(expression.FieldID);
-    const bool wanted = field != nullptr && (field->counts || (method != nullptr && method->readsField));
-    if (wanted) {
-      ReadField(pageData, *field, value);
-    } else {
-      value.Clear();
+/// Answers the expressions of the rules of one stage.
+class Interpreter {
+ public:
+  Interpreter(const Indicators& indicators, const Configuration& configuration, PageData& pageData,
+              std::span<const IndicatorResult> results) noexcept
+      : indicators_(indicators), configuration_(configuration), pageData_(pageData), results_(results) {}
+
+  /// A rule's texts are those of its first expression, whichever of them turned it on.
+  IndicatorResult Evaluate(const IndicatorRule& rule) {
+    if (rule.Expressions.empty()) return Combined({}, rule.OperatorID, {}, true);
+    bool valid = true;
+    IndicatorResult first = Answer(rule.Expressions.front(), valid);
+    RuleAnswers answers(first.on);
+    for (std::size_t i = 1; i < rule.Expressions.size(); ++i) {
+      if (rule.OperatorID == kAnd && answers.on < answers.ran) {
+        Read(rule.Expressions[i], nullptr);  // it would have been read before it was clear that nobody asks
+        break;
+      }
+      answers.Add(Answer(rule.Expressions[i], valid).on);
     }
-    if (decided) break;
+    return Combined(std::move(first), rule.OperatorID, answers, valid);
+  }
+
+ private:
+  static IndicatorResult Combined(IndicatorResult first, std::uint32_t operatorId, const RuleAnswers& answers,
+                                  bool valid) {
+    first.on = IsOn(answers, operatorId);
+    first.evaluated = valid;
+    return first;
+  }
+
+  IndicatorResult Answer(const IndicatorExpression& expression, bool& valid) {
+    const Method* const method = FindMethod(expression.MethodID);
+    Read(expression, method);
     if (method != nullptr) {
-      answers.Add(method->run({value, expression.ExpressionValue, configuration, pageData, indicators, results}));
-    } else {
-      valid = false;
-      answers.Add({});
+      return method->run({value_, expression.ExpressionValue, configuration_, pageData_, indicators_, results_});
+    }
+    valid = false;
+    return {};
+  }
+
+  void Read(const IndicatorExpression& expression, const Method* method) {
+    const Field* const field = FindField(expression.FieldID);
+    if (field != nullptr && (field->counts || (method != nullptr && method->readsField))) {
+      ReadField(pageData_, *field, value_);
+    } else if (value_.kind != FieldKind::kNone) {
+      value_.Clear();
     }
   }
-  answers.first.on = IsOn(answers, rule.OperatorID);
-  answers.first.evaluated = valid;
-  return answers;
-}
+
+  const Indicators& indicators_;
+  const Configuration& configuration_;
+  PageData& pageData_;
+  std::span<const IndicatorResult> results_;
+  FieldValue value_;  ///< made anew for each expression
+};
 
 }  // namespace
 
@@ -65,10 +94,10 @@ void RunStage(const Indicators& indicators, const Configuration& configuration, 
   // One reading of the clock ends a rule and begins the next.
   std::int64_t since = PerformanceCounter();
   const double millisecondsPerCount = 1000.0 / static_cast<double>(PerformanceFrequency());
-  FieldValue value;
+  Interpreter interpreter(indicators, configuration, pageData, results);
   for (const std::uint32_t i : indicators.OfCategory(stage)) {
     // Its own entry stays as it is until the rule is through, in case it asks after itself.
-    results[i] = Evaluate(indicators.Entries[i].Rule, indicators, configuration, pageData, results, value).first;
+    results[i] = interpreter.Evaluate(indicators.Entries[i].Rule);
     const std::int64_t now = PerformanceCounter();
     results[i].elapsedMs = static_cast<double>(std::max<std::int64_t>(now - since, 0)) * millisecondsPerCount;
     since = now;
@@ -76,7 +105,7 @@ void RunStage(const Indicators& indicators, const Configuration& configuration, 
 }
 
 bool IsOn(const RuleAnswers& answers, std::uint32_t operatorId) {
-  return operatorId < kOperators.size() ? kOperators[operatorId].isOn(answers) : answers.first.on;
+  return operatorId < kOperators.size() ? kOperators[operatorId].isOn(answers) : answers.first;
 }
 
 std::span<const Operator> Operators() noexcept { return kOperators; }

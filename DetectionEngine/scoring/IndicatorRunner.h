@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
-#include <utility>
 
 #include "DetectionEngine/configuration/Configuration.h"
 #include "DetectionEngine/configuration/Indicators.h"
@@ -27,14 +26,17 @@ void RunStage(const Indicators& indicators, const Configuration& configuration, 
 
 /// The answers of a rule's expressions, as far as they have run.
 struct RuleAnswers {
-  IndicatorResult first;  ///< default until one has run
+  RuleAnswers() = default;
+  explicit RuleAnswers(bool firstIsOn) noexcept : first(firstIsOn), ran(1), on(firstIsOn ? 1 : 0) {}
+
+  void Add(bool isOn) noexcept {
+    ++ran;
+    on += isOn ? 1 : 0;
+  }
+
+  bool first = false;  ///< of the first expression
   std::size_t ran = 0;
   std::size_t on = 0;  ///< how many of them are on
-
-  void Add(IndicatorResult&& answer) {
-    if (answer.on) ++on;
-    if (ran++ == 0) first = std::move(answer);
-  }
 };
 
 /// What the operator makes of the answers.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -34,9 +35,11 @@ struct Method {
 };
 
 /// All methods, row i having number i.
-[[nodiscard]] std::span<const Method> Methods() noexcept;
+extern const std::array<Method, 66> kMethods;
 
 /// The method of a number, or null when there is none.
-[[nodiscard]] const Method* FindMethod(std::uint32_t number) noexcept;
+[[nodiscard]] inline const Method* FindMethod(std::uint32_t number) noexcept {
+  return number < kMethods.size() && kMethods[number].run != nullptr ? &kMethods[number] : nullptr;
+}
 
 }  // namespace zeph

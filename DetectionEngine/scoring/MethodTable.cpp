@@ -47,6 +47,8 @@ struct PresentScore {
 constexpr bool kField = true;     // the method reads the expression's field
 constexpr bool kNoField = false;  // it doesn't
 
+}  // namespace
+
 // clang-format off
 constexpr std::array<Method, 66> kMethods = {{
     {0, "NumberAbove", "the number is above Value", kField,
@@ -175,6 +177,8 @@ constexpr std::array<Method, 66> kMethods = {{
 }};
 // clang-format on
 
+namespace {
+
 constexpr bool EveryRowHasItsNumber() {
   for (std::size_t row = 0; row < kMethods.size(); ++row) {
     if (kMethods[row].number != row) return false;
@@ -184,11 +188,5 @@ constexpr bool EveryRowHasItsNumber() {
 static_assert(EveryRowHasItsNumber());
 
 }  // namespace
-
-std::span<const Method> Methods() noexcept { return kMethods; }
-
-const Method* FindMethod(std::uint32_t number) noexcept {
-  return number < kMethods.size() && kMethods[number].run != nullptr ? &kMethods[number] : nullptr;
-}
 
 }  // namespace zeph

@@ -114,8 +114,8 @@ bool UrlAnalyzer::IsChosen(std::uint64_t beginning, std::u16string_view token) c
   return false;
 }
 
-std::optional<double> UrlAnalyzer::ProbabilityOf(std::u16string_view token) const noexcept {
-  if (const double* const known = table_.Find(token)) return *known;
+std::optional<double> UrlAnalyzer::ProbabilityOf(std::u16string_view token, const double* known) noexcept {
+  if (known != nullptr) return *known;
   if (token.starts_with(u"AG")) return std::nullopt;  // a host's characters count where the table knows them
   return kUnknownTokenProbability;
 }
@@ -144,7 +144,7 @@ void UrlAnalyzer::Take(std::u16string_view token) {
   const std::uint64_t beginning = BeginningOf(token);
   const bool wasFull = count_ == kMostTokens;
   if (!wasFull && IsChosen(beginning, token)) return;
-  const std::optional<double> probability = ProbabilityOf(token);
+  const std::optional<double> probability = ProbabilityOf(token, table_.Find(token));
   if (!probability) return;
   const std::uint64_t strength = StrengthOf(*probability);
   if (!MakePlace(strength) || (wasFull && IsChosen(beginning, token))) return;
@@ -157,7 +157,8 @@ void UrlAnalyzer::TakeFixed(FixedToken token) {
   const bool cameBefore = taken_[token];
   taken_[token] = true;
   if (cameBefore && count_ < kMostTokens && !pushedOut_) return;  // it has its place, or doesn't count
-  const std::optional<double> probability = ProbabilityOf(TextOf(token));
+  const double* const known = table_.HasPinned() ? table_.Pinned(token) : table_.Find(TextOf(token));
+  const std::optional<double> probability = ProbabilityOf(TextOf(token), known);
   if (!probability) return;
   const std::uint64_t beginning = BeginningOf(token);
   const std::uint64_t strength = StrengthOf(*probability);

@@ -38,7 +38,7 @@ class UrlAnalyzer final : private TokenSink {
  public:
   static constexpr std::size_t kMostTokens = 25;
 
-  /// Table and words outlive the analyser.
+  /// Table and words outlive the analyser. Keys that the table has pinned are the fixed tokens.
   UrlAnalyzer(const TokenTable& table, const WordSet& words);
 
   /// The class of the URL. A text that can't be taken apart counts as one without tokens.
@@ -61,8 +61,8 @@ class UrlAnalyzer final : private TokenSink {
 
   void Take(std::u16string_view token) override;
   void TakeFixed(FixedToken token) override;
-  /// What the table says of the token; nothing for one that doesn't count.
-  [[nodiscard]] std::optional<double> ProbabilityOf(std::u16string_view token) const noexcept;
+  /// The token's probability by what the table knows of it, null for nothing; none for one that doesn't count.
+  [[nodiscard]] static std::optional<double> ProbabilityOf(std::u16string_view token, const double* known) noexcept;
   /// True when there is a place for a token of this strength, perhaps since the weakest was pushed out for it.
   bool MakePlace(std::uint64_t strength) noexcept;
   /// True when it is among the chosen.

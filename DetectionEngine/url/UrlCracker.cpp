@@ -8,6 +8,7 @@
 
 #include "DetectionEngine/platform/CharacterClass.h"
 #include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/platform/FindAnyOf.h"
 
 namespace zeph {
 
@@ -210,8 +211,7 @@ std::optional<CrackedUrl> CrackUrl(std::u16string_view text) noexcept {
   }
   std::size_t end = text.size();
   if (scheme.hasExtra) {
-    end = 0;
-    while (end < text.size() && text[end] != u'?' && text[end] != u'#') ++end;
+    end = FindAnyOf<u'?', u'#'>(text, 0);
   }
   url.path = text.substr(0, end);
   url.extra = text.substr(end);
@@ -219,8 +219,8 @@ std::optional<CrackedUrl> CrackUrl(std::u16string_view text) noexcept {
 }
 
 std::u16string DecodeEscapes(std::u16string_view text) {
-  std::size_t at = text.find(u'%');
-  if (at == kNone) return std::u16string(text);
+  std::size_t at = FindAnyOf<u'%'>(text, 0);
+  if (at == text.size()) return std::u16string(text);
   std::u16string decoded;
   decoded.reserve(text.size());
   decoded.append(text.substr(0, at));

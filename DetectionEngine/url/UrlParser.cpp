@@ -8,6 +8,7 @@
 #include "DetectionEngine/engine/DebugLog.h"
 #include "DetectionEngine/platform/CharacterClass.h"
 #include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/platform/FindAnyOf.h"
 #include "DetectionEngine/platform/Idn.h"
 #include "DetectionEngine/url/Text.h"
 
@@ -30,10 +31,13 @@ bool HidesForbidden(std::u16string_view host, std::u16string_view decoded) noexc
          });
 }
 
-bool Holds(std::u16string_view text, char16_t c) noexcept { return text.find(c) != kNone; }
+template <char16_t c>
+bool Holds(std::u16string_view text) noexcept {
+  return FindAnyOf<c>(text, 0) < text.size();
+}
 
 std::u16string DecodePath(const CrackedUrl& url) {
-  if (!url.backslashIsSlash || !Holds(url.path, u'\\')) return DecodeEscapes(url.path);
+  if (!url.backslashIsSlash || !Holds<u'\\'>(url.path)) return DecodeEscapes(url.path);
   std::u16string path(url.path);
   std::replace(path.begin(), path.end(), u'\\', u'/');
   return DecodeEscapes(path);
@@ -193,7 +197,7 @@ int UrlParser::DecodeUrl(std::u16string_view rawUrl) {
   std::u16string host;
   if (url) host = DecodeEscapes(url->host);
   if (!url || HidesForbidden(url->host, host)) {
-    hostIsBracketed_ = Holds(rawUrl, u'[') && Holds(rawUrl, u']');
+    hostIsBracketed_ = Holds<u'['>(rawUrl) && Holds<u']'>(rawUrl);
     LogUrl("UrlParser::Decode - InternetCrackUrlW returned FALSE", rawUrl, kLogError);
     return -1;
   }
@@ -211,7 +215,7 @@ int UrlParser::DecodeUrl(std::u16string_view rawUrl) {
   record_.UrlPath = DecodePath(*url);
   record_.ExtraInfo = DecodeEscapes(url->extra);
   ConvertHost(*url, record_);
-  if (Holds(record_.UrlPath, u'%')) ReplaceAll(record_.UrlPath, u"%", u"%25");
+  if (Holds<u'%'>(record_.UrlPath)) ReplaceAll(record_.UrlPath, u"%", u"%25");
   AnalyseHost(record_);
   SplitPath(record_);
   Normalize(record_);

@@ -24,8 +24,8 @@ class UrlParser {
   int DecodeWithRedirectors(std::u16string_view url, std::span<const Redirector> redirectors);
 
   [[nodiscard]] const UrlRecord& Record() const noexcept { return record_; }
-  /// Moves the record out; the parser is then of no further use.
-  [[nodiscard]] UrlRecord TakeRecord() noexcept { return std::move(record_); }
+  /// To move the record out of the parser, which is then of no further use.
+  [[nodiscard]] UrlRecord&& TakeRecord() noexcept { return std::move(record_); }
   /// The URL that couldn't be cracked has both brackets.
   [[nodiscard]] bool HostIsBracketed() const noexcept { return hostIsBracketed_; }
 

@@ -40,12 +40,12 @@ void PrintRow(std::uint32_t number, std::string_view name, std::string_view summ
 
 void PrintRules() {
   PrintLine("Fields (FieldID): what an expression looks at");
-  for (const Field& field : Fields()) {
+  for (const Field& field : kFields) {
     if (field.read == nullptr) continue;
     PrintRow(field.number, field.name, std::string(field.summary) + " [" + std::string(KindName(field.kind)) + "]");
   }
   PrintLine("\nMethods (MethodID): how it is tested");
-  for (const Method& method : Methods()) {
+  for (const Method& method : kMethods) {
     if (method.run != nullptr) PrintRow(method.number, method.name, method.summary);
   }
   PrintLine("\nOperators (OperatorID): how the expressions of a rule combine");
