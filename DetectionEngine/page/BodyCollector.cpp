@@ -57,7 +57,7 @@ void CountText(std::u16string_view text, BodyData& data) {
 /// The last two lines of the text up to its last letter, each with the line feed in front; empty when there is none.
 std::u16string_view LastLines(std::u16string_view text) {
   std::size_t end = text.size();
-  while (end > 0 && !IsAlpha(text[end - 1])) --end;
+  while (end > 0 && !IsAlpha(LowerOf(text[end - 1]))) --end;
   text = text.substr(0, end);
   std::size_t begin = text.rfind(u'\n');
   if (begin == std::u16string_view::npos) return {};
@@ -79,10 +79,9 @@ std::size_t PhraseLength(std::u16string_view text, std::size_t limit) {
 }
 
 void ExtractAll(std::u16string_view visibleText, std::vector<std::u16string>& phrases) {
-  const std::u16string lower = ToLower(visibleText);
   std::size_t kept = 0;
-  for (const std::uint32_t marker : kMarkers) ExtractPhrases(lower, StringEntry(marker), kept, phrases);
-  ExtractPhrases(LastLines(lower), StringEntry(kMarkers.back()), kept, phrases);
+  for (const std::uint32_t marker : kMarkers) ExtractPhrases(visibleText, StringEntry(marker), kept, phrases);
+  ExtractPhrases(LastLines(visibleText), StringEntry(kMarkers.back()), kept, phrases);
 }
 
 }  // namespace
@@ -111,15 +110,17 @@ Status CollectBodyData(IHTMLDocument2* document, BodyData& data) {
 void ExtractPhrases(std::u16string_view text, std::u16string_view marker, std::size_t& kept,
                     std::vector<std::u16string>& phrases) {
   if (marker.empty()) return;
-  for (std::size_t at = FindExact(text, marker); at != std::u16string_view::npos;
-       at = FindExact(text, marker, at + marker.size())) {
+  while (const std::optional<std::size_t> at = FindNoCase(text, marker)) {
+    text.remove_prefix(*at);
     const std::size_t left = kPhraseTextLimit - kept;
-    const std::size_t length = PhraseLength(text.substr(at), left);
+    const std::size_t length = PhraseLength(text, left);
     if (length >= left) return;
     std::u16string& phrase = phrases.emplace_back();
     phrase.reserve(length + 1);
-    phrase.append(text.substr(at, length)).push_back(u' ');
+    phrase.append(text.substr(0, length)).push_back(u' ');
+    MakeLower(phrase);
     kept += phrase.size();
+    text.remove_prefix(marker.size());
   }
 }
 

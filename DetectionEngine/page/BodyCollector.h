@@ -18,9 +18,10 @@ inline constexpr std::size_t kPhraseTextLimit = std::size_t{1} << 24;
 /// at once that of a body that couldn't be read.
 Status CollectBodyData(IHTMLDocument2* document, BodyData& data);
 
-/// Appends a phrase for each place where marker stands in text: from there to the white space that ends the seventh
-/// word, or to the end, and a blank. Places may overlap phrases but not one another. Ends before the first phrase with
-/// which the phrases would pass kPhraseTextLimit; kept counts their characters over several calls.
+/// Appends a phrase, in lower case, for each place where marker stands in text, case ignored: from there to the white
+/// space that ends the seventh word, or to the end, and a blank. Places may overlap phrases but not one another. Ends
+/// before the first phrase with which the phrases would pass kPhraseTextLimit; kept counts their characters over
+/// several calls.
 void ExtractPhrases(std::u16string_view text, std::u16string_view marker, std::size_t& kept,
                     std::vector<std::u16string>& phrases);
 

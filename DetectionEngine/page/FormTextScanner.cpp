@@ -21,6 +21,7 @@ namespace {
 using enum MarkupTag;
 
 constexpr TagMarks kBlockTags = AnyTag(kP) | AnyTag(kDiv) | AnyTag(kBr) | AnyTag(kTr);
+constexpr TagMarks kReadsAttributes = OpeningTag(kForm) | TagWithMore(kInput);
 constexpr TagMarks kOpensUnread = OpeningTag(kScript) | OpeningTag(kStyle);
 constexpr TagMarks kClosesUnread = ClosingTag(kScript) | ClosingTag(kStyle);
 constexpr std::uint32_t kTypesWithoutText =
@@ -83,28 +84,49 @@ class Scanner {
     }
   }
 
-  /// Reads the tag that begins here, leaving out the quotes that open values, and gives the position behind it.
+  /// Reads the tag that begins here and gives the position behind it.
   std::size_t ReadTag(std::size_t begin) {
-    withoutQuotes_.clear();
-    std::size_t copied = begin;
+    bool hasValues = false;
     std::size_t at = begin + 1;
     for (;;) {
       at = FindAnyOf<u'>', u'\'', u'"'>(html_, at);
       if (at == html_.size()) return at;
       if (html_[at] == u'>') break;
-      withoutQuotes_.append(html_.substr(copied, at - copied));
-      copied = at + 1;
-      at = html_[at] == u'"' ? FindAnyOf<u'"'>(html_, copied) : FindAnyOf<u'\''>(html_, copied);
+      hasValues = true;
+      at = html_[at] == u'"' ? FindAnyOf<u'"'>(html_, at + 1) : FindAnyOf<u'\''>(html_, at + 1);
       if (at == html_.size()) return at;
       ++at;
     }
-    const std::u16string_view rest = html_.substr(copied, at + 1 - copied);
-    OnTag(copied == begin ? rest : std::u16string_view(withoutQuotes_.append(rest)));
+    const std::u16string_view tag = html_.substr(begin, at + 1 - begin);
+    const TagMarks marks = FindTagMarks(tag);
+    if (!hasValues || (HasOneName(tag) && (marks & kReadsAttributes) == 0)) {
+      OnTag(tag, marks);
+    } else {
+      const std::u16string_view withoutQuotes = WithoutOpeningQuotes(tag);
+      OnTag(withoutQuotes, FindTagMarks(withoutQuotes));
+    }
     return at + 1;
   }
 
-  void OnTag(std::u16string_view tag) {
-    const TagMarks marks = FindTagMarks(tag);
+  /// Only one name stands in the tag, with a blank behind it: what its values are makes no difference to its marks.
+  static bool HasOneName(std::u16string_view tag) noexcept {
+    return tag[FindAnyOf<u'<', u' ', u'\'', u'"'>(tag, 1)] == u' ' && FindAnyOf<u'<'>(tag, 1) == tag.size();
+  }
+
+  /// The tag without the quotes that open values.
+  std::u16string_view WithoutOpeningQuotes(std::u16string_view tag) {
+    withoutQuotes_.clear();
+    for (std::size_t copied = 0;;) {
+      const std::size_t quote = FindAnyOf<u'\'', u'"'>(tag, copied);
+      withoutQuotes_.append(tag.substr(copied, quote - copied));
+      if (quote == tag.size()) return withoutQuotes_;
+      const std::size_t end = tag[quote] == u'"' ? FindAnyOf<u'"'>(tag, quote + 1) : FindAnyOf<u'\''>(tag, quote + 1);
+      withoutQuotes_.append(tag.substr(quote + 1, end - quote));
+      copied = end + 1;
+    }
+  }
+
+  void OnTag(std::u16string_view tag, TagMarks marks) {
     if ((marks & kBlockTags) != 0) OnBlockTag();
     if (OnFormTag(tag, marks)) {
       OnField();

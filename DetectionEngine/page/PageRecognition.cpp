@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "DetectionEngine/configuration/Md5Hex.h"
@@ -84,59 +85,41 @@ bool HasCaptions(std::u16string_view text, const WordFinder& captions) {
   return captions.CountContained(text, 0, kCaptionsNeeded) == kCaptionsNeeded;
 }
 
-/// Visits the pieces between carriage returns that aren't empty.
-template <class Visit>
-void ForEachLine(std::u16string_view text, Visit&& visit) {
-  for (std::size_t begin = 0; begin < text.size();) {
-    const std::size_t end = FindAnyOf<u'\r'>(text, begin);
-    if (end > begin) visit(text.substr(begin, end - begin));
-    begin = end + 1;
-  }
-}
-
-/// Lower case, without blank lines, a CR in front of each line.
-std::u16string TidyLines(std::u16string_view text) {
-  std::u16string tidy;
-  tidy.reserve(text.size() + 1);
-  bool hasLine = false;
-  ForEachLine(text, [&](std::u16string_view line) {
-    hasLine = true;
-    if (!IsBlank(line)) tidy.append(1, u'\r').append(line);
-  });
-  if (!hasLine) tidy = text;
-  MakeLower(tidy);
-  return tidy;
-}
-
 /// No letter stands between the line's start and the word, and none right behind it.
 bool StandsAtLineStart(std::u16string_view text, std::size_t at, std::size_t length) {
-  if (at + length < text.size() && IsAlpha(text[at + length])) return false;
+  const auto isLetter = [&](std::size_t place) { return IsAlpha(LowerOf(text[place])); };
+  if (at + length < text.size() && isLetter(at + length)) return false;
   while (at > 0) {
     --at;
     if (text[at] == u'\r') return true;
-    if (IsAlpha(text[at])) return false;
+    if (isLetter(at)) return false;
   }
   return true;
 }
 
+/// The lines that the text, which begins and ends within lines, has a part of. Whole lines that are blank don't count.
 std::size_t CountLines(std::u16string_view text) {
   std::size_t count = 0;
-  ForEachLine(text, [&](std::u16string_view) { ++count; });
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = FindAnyOf<u'\r'>(text, begin);
+    if (end == text.size() || !IsBlank(text.substr(begin, end - begin))) ++count;
+    begin = end + 1;
+  }
   return count;
 }
 
-/// Two of the words open lines of the text, and the lines lie close together: the shape of a message's head. Only the
-/// first place of each word counts.
-bool HoldsMessageHead(std::u16string_view tidyText, Entries words) {
+/// Two of the words, which are in lower case, open lines of the text, and the lines lie close together: the shape of a
+/// message's head. Only the first place of each word counts. Case is ignored.
+bool HoldsMessageHead(std::u16string_view text, Entries words) {
   std::vector<std::size_t> places;
   for (const std::uint8_t entry : words) {
     const std::u16string_view word = StringEntry(entry);
-    const std::size_t at = FindExact(tidyText, word);
-    if (at != std::u16string_view::npos && StandsAtLineStart(tidyText, at, word.size())) places.push_back(at);
+    const std::optional<std::size_t> at = FindNoCase(text, word);
+    if (at && StandsAtLineStart(text, *at, word.size())) places.push_back(*at);
   }
   if (places.size() < 2) return false;
   std::ranges::sort(places);
-  return CountLines(tidyText.substr(places[0], places[1] - places[0])) <= words.size();
+  return CountLines(text.substr(places[0], places[1] - places[0])) <= words.size();
 }
 
 }  // namespace
@@ -162,13 +145,12 @@ IndicatorResult RecognisedPage(const PageData& pageData, bool isClient) {
 bool ShowsMail(std::u16string_view text, std::u16string_view captions, std::u16string_view url) {
   const CaptionFinders& finders = CaptionFinders::Get();
   if (HasCaptions(captions, finders.common)) return true;
-  const std::u16string tidyText = TidyLines(text);
-  if (HoldsMessageHead(tidyText, kCommonHeads)) return true;
+  if (HoldsMessageHead(text, kCommonHeads)) return true;
   const std::u16string label = TopLevelLabel(url);
   for (std::size_t i = 0; i < kLanguages.size(); ++i) {
     const Language& language = kLanguages[i];
     if (std::ranges::find(language.labels, label) == language.labels.end()) continue;
-    return HasCaptions(captions, finders.languages[i]) || HoldsMessageHead(tidyText, language.heads);
+    return HasCaptions(captions, finders.languages[i]) || HoldsMessageHead(text, language.heads);
   }
   return false;
 }

@@ -1,8 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
 #include "DetectionEngine/configuration/Md5Hex.h"
 #include "DetectionEngine/configuration/ModuleTexts.h"
 #include "DetectionEngine/engine/SettingsStore.h"
 #include "DetectionEngine/page/PageRecognition.h"
+#include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/url/Text.h"
 #include "tests/page/Pages.h"
 #include "tests/platform/TestFolders.h"
 
@@ -46,6 +54,45 @@ TEST(ShowsMail, ByTheHeadOfAMessage) {
   for (const Row& row : rows) EXPECT_EQ(ShowsMail(row.text, u"", u"http://x.uk/"), row.shows) << Narrow(row.text);
   EXPECT_TRUE(ShowsMail(u"Von: a\r\nBetreff: b", u"", u"http://x.de/"));
   EXPECT_FALSE(ShowsMail(u"Von: a\r\nBetreff: b", u"", u"http://x.it/"));
+}
+
+/// The same, step by step: lines tidied into a text of their own, then searched.
+bool HoldsHeadStepByStep(std::u16string_view text) {
+  std::vector<std::u16string> lines;
+  std::u16string tidy = ToLower(text);
+  if (SplitAt(tidy, u'\r', lines) > 0) tidy.clear();
+  for (const std::u16string& line : lines) {
+    if (!IsBlank(line)) tidy += u'\r' + line;
+  }
+  std::vector<std::size_t> places;
+  for (const std::u16string_view word : {u"date", u"from:", u"to:", u"cc:", u"bcc:", u"subject"}) {
+    const std::size_t at = tidy.find(word);
+    if (at == std::u16string::npos) continue;
+    const std::size_t behind = at + word.size();
+    bool opens = behind == tidy.size() || !IsAlpha(tidy[behind]);
+    for (std::size_t i = at; opens && i > 0 && tidy[i - 1] != u'\r'; --i) opens = !IsAlpha(tidy[i - 1]);
+    if (opens) places.push_back(at);
+  }
+  if (places.size() < 2) return false;
+  std::ranges::sort(places);
+  lines.clear();
+  return SplitAt(tidy.substr(places[0], places[1] - places[0]), u'\r', lines) - 1 < 6;
+}
+
+TEST(ShowsMail, ByTheHeadOfAMessageAsStepByStep) {
+  constexpr std::u16string_view kPieces[] = {u"Date", u"from:", u"To:",    u"cc:",      u"bcc:", u"subject",
+                                             u"\r",   u"\r",    u"\r\n",   u"\r\n",     u"\n",   u" ",
+                                             u"a",    u"1",     u"\u00e9", u"\r\n \r\n"};
+  std::mt19937 random(11);
+  int heads = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::u16string text;
+    for (auto length = random() % 30; length > 0; --length) text += kPieces[random() % std::size(kPieces)];
+    const bool holds = HoldsHeadStepByStep(text);
+    ASSERT_EQ(ShowsMail(text, u"", u"http://x.uk/"), holds) << Narrow(text);
+    heads += holds ? 1 : 0;
+  }
+  EXPECT_GT(heads, 2000);
 }
 
 class RememberedSite : public FoldersTest {
