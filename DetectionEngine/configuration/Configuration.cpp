@@ -42,17 +42,16 @@ void SafeList::Sort() {
 
 bool SafeList::Contains(std::u16string_view host) const {
   const std::u16string_view registered = RegisteredPart(host);
-  if (!registered.empty()) {
-    const auto at =
-        std::lower_bound(Domains.begin(), Domains.end(), registered,
-                         [](const NetLocation& location, std::u16string_view name) { return location.Name < name; });
-    if (at != Domains.end() && at->Name == registered) return true;
-  }
+  const auto isRegistered = [&](const NetLocation& location) { return location.Name == registered; };
+  const bool isDomain = DomainIndex.IsBuilt() ? DomainIndex.Names(registered, Domains)
+                                              : std::any_of(Domains.begin(), Domains.end(), isRegistered);
+  if (isDomain && !registered.empty()) return true;
   return static_cast<bool>(FindInNetLocations(host, Others));
 }
 
 void SafeList::Clear() {
   Domains.clear();
+  DomainIndex.Clear();
   Others.Clear();
 }
 
@@ -93,6 +92,7 @@ void Configuration::BuildIndexes() {
   for (const auto& [domain, info] : TrustedDomainInfos) {
     for (const std::u16string& name : info.DT) BrandDomains.Entries.push_back({kDomain, name, {}, 0, domain});
   }
+  SafeList.DomainIndex.Build(SafeList.Domains);
   for (NetLocationList* list : {&SafeList.Others, &BlockList, &SearchServices, &PopularSites, &WebHostingSites,
                                 &ExceptionDomains, &TrustedDomains, &BrandDomains}) {
     list->BuildIndex();

@@ -33,13 +33,13 @@ struct NetLocationList {
 
 /// Server, package and brand settings.
 struct Resources {
-  std::u16string Server;      ///< host of the classification server; empty: none
-  std::u16string ConfigFile;  ///< carried
-  std::uint32_t DownloadFrequency = 0;  ///< carried
-  std::uint32_t ReservedNumber = 0;     ///< carried
-  std::u16string Group;                 ///< carried
-  std::u16string ReservedText;          ///< carried
-  std::u16string Upgrade;               ///< carried: raw source lines, joined
+  std::u16string Server;                   ///< host of the classification server; empty: none
+  std::u16string ConfigFile;               ///< carried
+  std::uint32_t DownloadFrequency = 0;     ///< carried
+  std::uint32_t ReservedNumber = 0;        ///< carried
+  std::u16string Group;                    ///< carried
+  std::u16string ReservedText;             ///< carried
+  std::u16string Upgrade;                  ///< carried: raw source lines, joined
   std::vector<std::u16string> TRLMBrands;  ///< carried
   std::vector<std::u16string> TRLMBrandIDs;
 
@@ -50,6 +50,7 @@ struct Resources {
 struct SafeList {
   std::vector<NetLocation> Domains;  ///< type Domain, exactly one dot in the name; sorted by name after a load
   NetLocationList Others;            ///< everything else
+  NetLocationIndex DomainIndex;      ///< of Domains; Configuration::BuildIndexes makes it
 
   /// Appends to Domains or Others by the location's type and dots.
   void Add(NetLocation location);
@@ -59,13 +60,15 @@ struct SafeList {
   [[nodiscard]] bool Contains(std::u16string_view host) const;
   void Clear();
 
-  friend bool operator==(const SafeList&, const SafeList&) = default;
+  friend bool operator==(const SafeList& a, const SafeList& b) {
+    return a.Domains == b.Domains && a.Others == b.Others;
+  }
 };
 
 /// Brand data of one trusted domain.
 struct TrustedDomainInfo {
-  bool NT = true;    ///< false: sites that imitate this brand aren't reported
-  std::u16string CN; ///< company name
+  bool NT = true;                  ///< false: sites that imitate this brand aren't reported
+  std::u16string CN;               ///< company name
   std::vector<std::u16string> UT;  ///< tags to look for in URLs
   std::vector<std::u16string> TT;  ///< tags to look for in titles
   std::vector<std::u16string> DT;  ///< the brand's domains

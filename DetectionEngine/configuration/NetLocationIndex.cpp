@@ -14,9 +14,26 @@ bool IsHashed(const NetLocation& entry) noexcept {
   return (entry.Type == kDomain || entry.Type == kHostname) && entry.Name.find(u'*') == std::u16string::npos;
 }
 
-/// The hash of a name is taken from its end, so that one pass over a host gives those of all its tails.
-std::uint64_t Prepend(char16_t c, std::uint64_t hash, const TextHash::Secret& secret) noexcept {
-  return TextHash::Mix(hash ^ c, secret.factor);
+/// Calls take(begin, hash) for each tail of a name, of one label, of two and so on, up to the whole name. The hash of a
+/// tail goes on from that of the next shorter one, so that all of them take one pass.
+template <class Take>
+void ForEachTail(std::u16string_view name, std::size_t longest, const TextHash::Secret& secret, Take take) {
+  std::uint64_t hash = secret.start;
+  for (std::size_t end = name.size();;) {
+    std::size_t begin = end;
+    while (begin > 0 && name[begin - 1] != u'.') --begin;
+    if (name.size() - begin > longest) return;
+    hash = TextHash::Mix(hash ^ TextHash::Of(name.substr(begin, end - begin), secret), secret.factor);
+    take(begin, hash);
+    if (begin == 0) return;
+    end = begin - 1;
+  }
+}
+
+std::uint64_t HashOf(std::u16string_view name, const TextHash::Secret& secret) noexcept {
+  std::uint64_t whole = 0;
+  ForEachTail(name, name.size(), secret, [&](std::size_t, std::uint64_t hash) { whole = hash; });
+  return whole;
 }
 
 }  // namespace
@@ -33,8 +50,7 @@ void NetLocationIndex::Build(std::span<const NetLocation> entries) {
       if (entry.Type == kDomain || entry.Type == kHostname || entry.Type == kNetwork) walked_.push_back(i);
       continue;
     }
-    std::uint64_t hash = secret_.start;
-    for (auto c = entry.Name.rbegin(); c != entry.Name.rend(); ++c) hash = Prepend(*c, hash, secret_);
+    const std::uint64_t hash = HashOf(entry.Name, secret_);
     longest_ = std::max(longest_, entry.Name.size());
     Slot& slot = slots_[SlotOf(entry.Name, hash, entries)];
     slot.hash = hash;
@@ -66,16 +82,11 @@ std::optional<std::size_t> NetLocationIndex::Find(std::u16string_view host,
                                                   std::span<const NetLocation> entries) const {
   if (!built_) return std::nullopt;
   std::uint32_t best = kNone;
-  std::uint64_t hash = secret_.start;
-  for (std::size_t begin = host.size();; --begin) {
-    if (begin == 0 || host[begin - 1] == u'.') {
-      const Slot& slot = slots_[SlotOf(host.substr(begin), hash, entries)];
-      best = std::min(best, slot.domain);
-      if (begin == 0) best = std::min(best, slot.host);
-    }
-    if (begin == 0 || host.size() - begin == longest_) break;
-    hash = Prepend(host[begin - 1], hash, secret_);
-  }
+  ForEachTail(host, longest_, secret_, [&](std::size_t begin, std::uint64_t hash) {
+    const Slot& slot = slots_[SlotOf(host.substr(begin), hash, entries)];
+    best = std::min(best, slot.domain);
+    if (begin == 0) best = std::min(best, slot.host);
+  });
   HostMatcher matcher(host);
   for (const std::uint32_t position : walked_) {
     if (position > best) break;
@@ -83,6 +94,13 @@ std::optional<std::size_t> NetLocationIndex::Find(std::u16string_view host,
   }
   if (best == kNone) return std::nullopt;
   return best;
+}
+
+bool NetLocationIndex::Names(std::u16string_view name, std::span<const NetLocation> entries) const {
+  if (!built_) return false;
+  const std::size_t slot = SlotOf(name, HashOf(name, secret_), entries);
+  const auto isNamed = [&](std::uint32_t position) { return entries[position].Name == name; };
+  return !slots_[slot].IsFree() || std::any_of(walked_.begin(), walked_.end(), isNamed);
 }
 
 }  // namespace zeph

@@ -25,6 +25,8 @@ class NetLocationIndex {
   /// Position of the first matching entry of the list that was indexed, which must be unchanged. Linear in the host,
   /// and in the patterns and networks. Resolves the host only where the walk would, and at most once.
   [[nodiscard]] std::optional<std::size_t> Find(std::u16string_view host, std::span<const NetLocation> entries) const;
+  /// Some entry that names hosts or a network has exactly this name, letter by letter.
+  [[nodiscard]] bool Names(std::u16string_view name, std::span<const NetLocation> entries) const;
 
  private:
   static constexpr std::uint32_t kNone = 0xFFFFFFFF;

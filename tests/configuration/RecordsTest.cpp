@@ -104,6 +104,7 @@ TEST(SafeList, FindsByTheLastTwoLabelsOrByTheWalk) {
       EXPECT_FALSE(safe.Contains(host)) << Narrow(host);
     }
     safe.Others.BuildIndex();
+    safe.DomainIndex.Build(safe.Domains);
   }
 }
 
