@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "documents/html/HtmlDocument.h"
 
+#include <deque>
 #include <new>
 #include <optional>
 
@@ -164,11 +165,13 @@ class HtmlDocument::Element final : public DocumentObject, public IHTMLElement {
 
  private:
   [[nodiscard]] PageView& View() const noexcept { return document_.view_; }
-  template <class Map>
-  auto* Made(Map& map, bool has) noexcept;
+  /// The element's own interface, beside those that all have: an element has at most one.
+  template <class Facets>
+  auto* Made(Facets& facets, bool has) noexcept;
 
   HtmlDocument& document_;
   NodeId id_;
+  std::uint32_t facet_ = 0;  ///< 1 + its place among those of its kind; 0: not made
 };
 
 /// A text of the tree, which is a node and nothing else.
@@ -273,15 +276,15 @@ struct HtmlDocument::Objects {
   List forms;
   List scripts;
   std::vector<std::vector<Element>> blocks;
-  std::unordered_map<NodeId, Form> formFacets;
-  std::unordered_map<NodeId, Anchor> anchorFacets;
-  std::unordered_map<NodeId, Area> areaFacets;
-  std::unordered_map<NodeId, Img> imgFacets;
-  std::unordered_map<NodeId, Script> scriptFacets;
-  std::unordered_map<NodeId, Body> bodyFacets;
-  std::unordered_map<NodeId, Comment> commentFacets;
-  std::unordered_map<NodeId, Link> linkFacets;
-  std::unordered_map<NodeId, Meta> metaFacets;
+  std::deque<Form> formFacets;
+  std::deque<Anchor> anchorFacets;
+  std::deque<Area> areaFacets;
+  std::deque<Img> imgFacets;
+  std::deque<Script> scriptFacets;
+  std::deque<Body> bodyFacets;
+  std::deque<Comment> commentFacets;
+  std::deque<Link> linkFacets;
+  std::deque<Meta> metaFacets;
   std::unordered_map<NodeId, DomNode> domNodes;
   std::map<std::pair<NodeId, std::u16string>, std::unique_ptr<List>> formLists;
 };
@@ -326,12 +329,18 @@ ObjectAnswer HtmlDocument::DomNode::item(std::int32_t index) noexcept {
   });
 }
 
-template <class Map>
-auto* HtmlDocument::Element::Made(Map& map, bool has) noexcept {
+template <class Facets>
+auto* HtmlDocument::Element::Made(Facets& facets, bool has) noexcept {
+  using Facet = typename Facets::value_type;
+  if (!has) return static_cast<Facet*>(nullptr);
   try {
-    return has ? &map.try_emplace(id_, document_, id_).first->second : nullptr;
+    if (facet_ == 0) {
+      facets.emplace_back(document_, id_);
+      facet_ = static_cast<std::uint32_t>(facets.size());
+    }
+    return &facets[facet_ - 1];
   } catch (const std::bad_alloc&) {
-    return static_cast<typename Map::mapped_type*>(nullptr);
+    return static_cast<Facet*>(nullptr);
   }
 }
 
@@ -364,7 +373,13 @@ IHTMLLinkElement* HtmlDocument::Element::QueryLink() noexcept {
 IHTMLMetaElement* HtmlDocument::Element::QueryMeta() noexcept {
   return Made(document_.objects_->metaFacets, View().Nodes().IsHtml(id_, html::name::kMeta));
 }
-IHTMLDOMNode* HtmlDocument::Element::QueryNode() noexcept { return Made(document_.objects_->domNodes, true); }
+IHTMLDOMNode* HtmlDocument::Element::QueryNode() noexcept {
+  try {
+    return &document_.objects_->domNodes.try_emplace(id_, document_, id_).first->second;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 
 HtmlDocument::HtmlDocument(std::string_view bytes, HtmlDocumentOptions options)
     : options_(std::move(options)),
