@@ -3,9 +3,9 @@
 
 add_library(zeph_options INTERFACE)
 target_include_directories(zeph_options INTERFACE ${PROJECT_SOURCE_DIR})
-target_compile_options(zeph_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror -fno-omit-frame-pointer)
+target_compile_options(zeph_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror)
 if(ZEPH_SANITIZE)
-  target_compile_options(zeph_options INTERFACE -fsanitize=${ZEPH_SANITIZE} -fno-sanitize-recover=all)
+  target_compile_options(zeph_options INTERFACE -fsanitize=${ZEPH_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # Instrumented standard headers look uninitialised to g++ where they aren't.
     target_compile_options(zeph_options INTERFACE -Wno-maybe-uninitialized)
@@ -13,7 +13,8 @@ if(ZEPH_SANITIZE)
   target_link_options(zeph_options INTERFACE -fsanitize=${ZEPH_SANITIZE})
 endif()
 if(ZEPH_FUZZ)
-  target_compile_options(zeph_options INTERFACE -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
+  target_compile_options(zeph_options INTERFACE -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all
+                         -fno-omit-frame-pointer)
   target_link_options(zeph_options INTERFACE -fsanitize=address,undefined)
 endif()
 

@@ -66,7 +66,11 @@ void UseConfiguration(const ConfigurationChoice& choice) {
   if (changed == nullptr && (active->configuration.IsClient != isClient || !choice.server.empty())) {
     changed = std::make_shared<ConfigurationPair>(*active);
   }
-  if (changed == nullptr) return;
+  if (changed == nullptr) {
+    // What was asked for stays, whatever newer package the one that was loaded knows of.
+    if (!choice.package.empty()) manager.Publish(active);
+    return;
+  }
   changed->configuration.IsClient = isClient;
   if (!choice.server.empty()) changed->configuration.Resources.Server = Widen(choice.server);
   manager.Publish(std::move(changed));
