@@ -183,13 +183,32 @@ std::string ShownWeight(float weight) {
   return text.str();
 }
 
-/// The names of what a rule looks at, in short: "url.HostName: brand tag found".
+/// The methods that ask after another rule.
+constexpr std::uint32_t kEarlierRuleOff = 19;
+constexpr std::uint32_t kEarlierRuleOn = 26;
+
+bool AsksAfterRule(const IndicatorExpression& expression) noexcept {
+  return expression.MethodID == kEarlierRuleOff || expression.MethodID == kEarlierRuleOn;
+}
+
+/// "UrlHost BrandTagFound", or "not rule 4".
+std::string ExpressionInWords(const IndicatorExpression& expression) {
+  if (AsksAfterRule(expression)) {
+    return (expression.MethodID == kEarlierRuleOff ? "not rule " : "rule ") +
+           std::to_string(expression.ExpressionValue.prepared.number);
+  }
+  const Method* const method = FindMethod(expression.MethodID);
+  if (method == nullptr) return "unknown method";
+  const Field* const field = method->readsField ? FindField(expression.FieldID) : nullptr;
+  return (field != nullptr ? std::string(field->name) + " " : "") + std::string(method->name);
+}
+
+/// What a rule asks, in short.
 std::string RuleInWords(const IndicatorRule& rule) {
   std::string words;
   for (const IndicatorExpression& expression : rule.Expressions) {
-    const Method* method = FindMethod(expression.MethodID);
     if (!words.empty()) words += rule.OperatorID == 1 ? " or " : " and ";
-    words += method != nullptr ? method->name : std::string_view("unknown method");
+    words += ExpressionInWords(expression);
     if (rule.OperatorID == 2) return "not " + words;
   }
   return words;
@@ -208,8 +227,12 @@ void ExplainRules(std::ostream& out, const Verdict& verdict) {
     any = true;
     out << "    " << std::setw(4) << i << "  " << std::setw(6) << ShownWeight(weight) << "  "
         << (result.on ? "" : "(didn't hold) ") << RuleInWords(indicators[i].Rule);
-    if (!result.matchText.empty()) out << ": " << Shown(result.matchText);
-    if (!result.fieldText.empty()) out << " in " << Shown(result.fieldText);
+    // Its texts are those of its first expression; one that asks after a rule has only "true" to show.
+    const auto& expressions = indicators[i].Rule.Expressions;
+    if (!expressions.empty() && !AsksAfterRule(expressions.front())) {
+      if (!result.matchText.empty()) out << ": " << Shown(result.matchText);
+      if (!result.fieldText.empty()) out << " in " << Shown(result.fieldText);
+    }
     out << '\n';
   }
   if (!any) out << "    no rule had anything to say\n";
