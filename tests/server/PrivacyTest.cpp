@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // What "zeph check" lets leave the machine: watched by a filter of system calls that ends the program at its first
 // attempt to open a socket.
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstddef>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -20,6 +22,7 @@
 
 #include "tests/platform/TestFolders.h"
 #include "tests/server/ServerProcess.h"
+#include "tools/classification-server/ReportStore.h"
 
 namespace zeph {
 namespace {
@@ -71,12 +74,10 @@ class Privacy : public FoldersTest {
     for (const char* name : {"SSL_CERT_FILE", "ZEPH_CONNECT_TO"}) unsetenv(name);
   }
 
-  /// Runs "zeph check" of the page as that of a URL; its output goes to out. Gives the status as of waitpid.
-  [[nodiscard]] int Check(const std::string& url, const std::vector<std::string>& moreArguments,
-                          bool endAtSockets) const {
-    std::vector<std::string> words = {ZEPH_PROGRAM, "check", "--sources",      Path("sources"),
-                                      "--url",      url,     Path("page.html")};
-    words.insert(words.end(), moreArguments.begin(), moreArguments.end());
+  /// Runs zeph; its output goes to out. Gives the status as of waitpid.
+  [[nodiscard]] int Run(std::vector<std::string> words, bool endAtSockets) const {
+    words.insert(words.begin(), ZEPH_PROGRAM);
+    words.insert(words.end(), {"--sources", Path("sources")});
     std::vector<char*> arguments;
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
@@ -90,6 +91,12 @@ class Privacy : public FoldersTest {
     int status = 0;
     waitpid(process, &status, 0);
     return status;
+  }
+
+  /// Checks the page as that of a URL.
+  [[nodiscard]] int Check(const std::string& url, std::vector<std::string> options, bool endAtSockets) const {
+    options.insert(options.begin(), {"check", Path("page.html"), "--url", url});
+    return Run(std::move(options), endAtSockets);
   }
 
   [[nodiscard]] std::string Out() const { return Content(Path("out")); }
@@ -140,8 +147,17 @@ TEST_F(Privacy, TheServersAnswerIsShownWithWhatBecameOfIt) {
     EXPECT_NE(Out().find(row.answer), std::string::npos) << what << "\n" << Out();
     EXPECT_EQ(Out().find("reported to it") != std::string::npos, row.reported) << what << "\n" << Out();
   }
+
+  EXPECT_EQ(Run({"report", site, "--code", "6", "--context", "a b", "--server", "check.example"}, false), 0);
   server.Signal(SIGTERM);
   EXPECT_TRUE(server.EndsWell());
+  const auto reports = server::ReportStore(Path("reports")).Latest(10);
+  ASSERT_EQ(reports.size(), 2U);
+  EXPECT_TRUE(std::ranges::any_of(reports, [&](const server::ReportSummary& report) {
+    return report.url == site && report.code == 6 && report.context == "a b";
+  }));
+  const int status = Run({"report", site, "--code", "6", "--server", "check.example"}, false);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << "without a server: " << status << Out();
 }
 
 }  // namespace

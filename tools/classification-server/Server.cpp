@@ -258,13 +258,16 @@ class Session : public Client {
       return Answer(http::status::ok, AnswerBytes(answer));
     }
     WaitForStore();
-    shared_.reports.Add(parsed->url, parsed->reportCode, parsed->context.value_or(""), [self = Self()](bool kept) {
-      asio::post(self->OwnLoop().io, [self, kept] {
+    // Handed on to the loop without a copy left behind: this must not end on the store's thread.
+    auto answer = [self = Self()](bool kept) mutable {
+      auto& io = self->OwnLoop().io;
+      asio::post(io, [self = std::move(self), kept] {
         if (!kept) return self->Refuse(http::status::service_unavailable);
         self->shared_.activity.NoteReport();
         self->Answer(http::status::ok, AnswerBytes(0));
       });
-    });
+    };
+    shared_.reports.Add(parsed->url, parsed->reportCode, parsed->context.value_or(""), std::move(answer));
   }
 
   void Refuse(http::status status) {
