@@ -32,7 +32,8 @@ std::optional<Pieces> Split(std::u16string_view text) noexcept {
   pieces.extra = url->extra;
   pieces.backslashIsSlash = url->backslashIsSlash;
   pieces.hasHostPlace = pieces.front.size() > url->scheme.size() + 1;
-  pieces.hasSegments = pieces.hasHostPlace || (!url->path.empty() && pieces.IsSlash(url->path.front()));
+  pieces.hasSegments =
+      !url->pathIsText && (pieces.hasHostPlace || (!url->path.empty() && pieces.IsSlash(url->path.front())));
   return pieces;
 }
 

@@ -192,6 +192,7 @@ std::optional<CrackedUrl> CrackUrl(std::u16string_view text) noexcept {
   url.schemeIsKnown = &scheme != &kUnknownScheme;
   url.port = scheme.port;
   url.backslashIsSlash = scheme.backslashIsSlash;
+  url.pathIsText = scheme.authority == Scheme::kNoHost;
 
   const auto isSlash = [&](char16_t c) { return c == u'/' || (c == u'\\' && scheme.backslashIsSlash); };
   const bool hasSlashes = text.size() >= 2 && isSlash(text[0]) && isSlash(text[1]);

@@ -30,6 +30,7 @@ struct CrackedUrl {
   std::int32_t port = 0;      ///< the scheme's default when none is named; 0 for a scheme without ports
   bool portIsNamed = false;
   bool schemeIsKnown = false;
+  bool pathIsText = false;        ///< all is path, in a form of the scheme's own, whatever slashes it has
   bool backslashIsSlash = false;  ///< the scheme's URLs may be written with "\" for "/"
 };
 

@@ -298,6 +298,7 @@ TEST(CombineUrl, ResolvesAsBrowsersDo) {
       {base, u"//x.test", u"http://x.test"},
       {base, u"\\\\x.test\\a", u"http://x.test/a"},
       {base, u"javascript:a/../b 'c'", u"javascript:a/../b 'c'"},
+      {base, u"javascript://a/../b", u"javascript://a/../b"},
       {base, u"data:image/png;base64,AA==", u"data:image/png;base64,AA=="},
       {base, u"https:x", u""},
       {base, u"http://[::1]/", u""},
