@@ -179,7 +179,8 @@ TEST(KnownStructure, TakesAnEqualOneBeforeACloseOne) {
       {u"", u"1.5,a,label", false, u""},
   };
   for (const Row& row : rows) {
-    const IndicatorResult result = KnownStructure(row.structure, Prepared(kValueList, row.value));
+    const ExpressionValue value = Prepared(kValueList, row.value);
+    const IndicatorResult result = KnownStructure(row.structure, value);
     EXPECT_EQ(result.on, row.on) << Narrow(row.value);
     EXPECT_EQ(result.matchText, row.label) << Narrow(row.value);
     EXPECT_EQ(result.fieldText, u"") << Narrow(row.value);
