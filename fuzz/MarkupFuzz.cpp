@@ -165,12 +165,7 @@ class Plain {
   const Tree& tree_;
 };
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size > kLongest) return 0;
-  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  PageView view(ParseTree(DecodeMarkup(bytes).text), u"http://www.example.test/a/b", nullptr);
+void Check(PageView view) {
   Plain plain(view);
   // All elements of small pages, some of large ones: the plain walk is quadratic.
   const std::size_t step = view.All().size() / 64 + 1;
@@ -180,6 +175,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (view.InnerMarkup(id) != plain.Inner(id)) std::abort();
     const bool comment = view.Nodes().nodes[id].kind == NodeKind::kComment;
     if (view.InnerText(id) != (comment ? std::u16string() : plain.Text(id))) std::abort();
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size > kLongest) return 0;
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  // With all elements, and with as few as may be.
+  for (const std::size_t freeElements : {kLongest, std::size_t{0}}) {
+    ParseOptions options;
+    options.freeElements = freeElements;
+    Check(PageView(ParseTree(DecodeMarkup(bytes).text, options), u"http://www.example.test/a/b", nullptr));
   }
   return 0;
 }

@@ -357,19 +357,20 @@ bool IsInert(const Tree& tree, NodeId id) {
   return !EqualsNoCase(mode, u"open") && !EqualsNoCase(mode, u"closed");
 }
 
+bool HidesContent(NameId name, std::u16string_view value) {
+  if (name == name::kHidden) return true;
+  if (name != name::kStyle) return false;
+  const std::u16string_view display = StyleValue(value, u"display");
+  return display.size() >= 4 && EqualsNoCase(display.substr(0, 4), u"none");
+}
+
 bool IsUnseen(const Tree& tree, NodeId id) {
   const Node& node = tree.nodes[id];
   if (node.space == Space::kHtml && (KindsOf(node.name) & kUnseen) != 0) {
     return node.name != name::kTemplate || IsInert(tree, id);
   }
-  for (const Attribute& item : tree.AttributesOf(id)) {
-    if (item.name == name::kHidden) return true;
-    if (item.name == name::kStyle) {
-      const std::u16string_view display = StyleValue(tree.TextOf(item), u"display");
-      if (display.size() >= 4 && EqualsNoCase(display.substr(0, 4), u"none")) return true;
-    }
-  }
-  return false;
+  return std::ranges::any_of(tree.AttributesOf(id),
+                             [&](const Attribute& item) { return HidesContent(item.name, tree.TextOf(item)); });
 }
 
 std::u16string_view StyleValue(std::u16string_view style, std::u16string_view property) {

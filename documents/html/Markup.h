@@ -15,7 +15,10 @@ namespace zeph::html {
 /// Whether what stands in this element is no part of the page: in a template, unless it is the content of a shadow
 /// tree.
 [[nodiscard]] bool IsInert(const Tree& tree, NodeId id);
-/// Whether the text of this element isn't shown: by its kind, the attribute hidden, or an inline display:none.
+/// Whether an attribute of that name and text keeps what is in its element from being shown: hidden, or an inline
+/// display:none.
+[[nodiscard]] bool HidesContent(NameId name, std::u16string_view value);
+/// Whether the text of this element isn't shown: by its kind or by an attribute.
 [[nodiscard]] bool IsUnseen(const Tree& tree, NodeId id);
 
 /// The value of a property in an inline style, the last one that stands there; nothing when there is none.

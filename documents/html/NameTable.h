@@ -39,6 +39,7 @@ enum NameKind : std::uint16_t {
   kBlock = 1 << 11,         ///< begins and ends a line of the visible text
   kCell = 1 << 12,          ///< a blank keeps it from its neighbour's text
   kUnseen = 1 << 13,        ///< no part of the visible text
+  kTelling = 1 << 14,       ///< says something without attributes too
 };
 
 /// The kinds of a name; none for an unknown one.

@@ -43,6 +43,12 @@ class Tokenizer {
   [[nodiscard]] const Doctype& LastDoctype() const noexcept { return doctype_; }
   /// Shortens the text that the last token brought; only before the next one is read.
   void TrimText(std::uint32_t end) noexcept { write_ = base_ + end; }
+  /// Puts a blank behind all that was kept and gives its place. Only when the last token is a tag, which takes more
+  /// room than what is kept of it.
+  std::uint32_t PutBlank() noexcept {
+    *write_++ = u' ';
+    return Offset(write_ - 1);
+  }
   /// Gives the end of what was kept.
   [[nodiscard]] std::size_t KeptLength() const noexcept { return static_cast<std::size_t>(write_ - base_); }
 

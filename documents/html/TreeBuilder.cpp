@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <array>
 #include <initializer_list>
+#include <span>
 #include <string_view>
 #include <utility>
 
+#include "documents/html/Markup.h"
 #include "documents/html/Tokenizer.h"
 
 namespace zeph::html {
@@ -55,14 +57,17 @@ bool BeginsNoCase(std::u16string_view text, std::u16string_view lower) noexcept 
 
 /// An element that is open.
 struct Open {
-  NodeId node;
+  NodeId node;          ///< where its content goes
   std::uint32_t key;    ///< name and space; an HTML element's key is its name
   std::uint16_t kinds;  ///< what the rules see in it
+  bool hasNode;         ///< the node is its own; false: it was left out, and its content goes where it would have stood
 };
 constexpr std::uint32_t kForeign = 1U << 24;
 constexpr std::uint32_t KeyOf(NameId name, Space space) noexcept {
   return name | static_cast<std::uint32_t>(space) << 24;
 }
+constexpr NameId NameIn(std::uint32_t key) noexcept { return key & (kForeign - 1); }
+constexpr Space SpaceIn(std::uint32_t key) noexcept { return static_cast<Space>(key >> 24); }
 constexpr std::uint32_t kMathMlSpace = static_cast<std::uint32_t>(Space::kMathMl) << 24;
 constexpr std::uint32_t kSvgSpace = static_cast<std::uint32_t>(Space::kSvg) << 24;
 
@@ -143,7 +148,9 @@ class TreeBuilder {
       : tree_(tree),
         tokenizer_(tree),
         noscriptIsText_(options.noscriptIsText),
-        copies_(kFreeCopies + tree.text.size() / kCharactersPerCopy) {}
+        copies_(kFreeCopies + tree.text.size() / kCharactersPerCopy),
+        freeElements_(
+            options.freeElements.value_or(std::max(kFreeElements, tree.text.size() / kCharactersPerElement))) {}
 
   void Run();
 
@@ -199,31 +206,57 @@ class TreeBuilder {
   // Nodes.
   NodeId NewNode(NodeKind kind);
   NodeId NewElement(NameId name, Space space, std::uint32_t attributes);
+  /// An element or a comment more.
+  void CountElement() {
+    if (freeElements_ != 0) --freeElements_;
+  }
+  /// The page may still have it: there is room for all, or it says something.
+  [[nodiscard]] bool MayHave(NameId name, Space space, std::span<const Attribute> attributes) const {
+    return freeElements_ != 0 || SaysSomething(name, space, attributes);
+  }
+  [[nodiscard]] bool MayHaveCopy(NodeId node) const {
+    return freeElements_ != 0 || SaysSomething(tree_.nodes[node].name, Space::kHtml, tree_.AttributesOf(node));
+  }
+  [[nodiscard]] bool SaysSomething(NameId name, Space space, std::span<const Attribute> attributes) const;
   [[nodiscard]] Place PlaceIn(const Open& target) const;
   void PutAt(NodeId node, const Place& place) { tree_.InsertBefore(place.parent, node, place.before); }
+  [[nodiscard]] std::span<const Attribute> AttributesOf(const Token& token) const {
+    return {tree_.attributes.data() + token.begin, token.length};
+  }
   /// The attributes of a tag, as a node names them; from now on they belong to it.
   std::uint32_t TakeAttributes(const Token& token);
-  NodeId Insert(NameId name, Space space, std::uint32_t attributes);
-  NodeId Insert(const Token& token) { return Insert(token.name, Space::kHtml, TakeAttributes(token)); }
-  NodeId InsertImplied(NameId name) { return Insert(name, Space::kHtml, 0); }
-  void InsertVoid(NameId name, Space space, std::uint32_t attributes);
-  void InsertVoid(const Token& token) { InsertVoid(token.name, Space::kHtml, TakeAttributes(token)); }
-  void InsertText(std::uint32_t begin, std::uint32_t length);
+  /// Opens an element; gives its node, or 0 for one that the page may not have.
+  NodeId Insert(const Token& token, Space space = Space::kHtml);
+  NodeId InsertImplied(NameId name);
+  NodeId InsertNode(NameId name, Space space, std::uint32_t attributes);
+  void InsertFormatting(const Token& token) {
+    if (const NodeId node = Insert(token); node != 0) PushFormat(node, token.name);
+  }
+  void InsertVoid(const Token& token, Space space = Space::kHtml);
+  void InsertText(std::uint32_t begin, std::uint32_t length, const Place& place);
+  void InsertText(std::uint32_t begin, std::uint32_t length) { InsertText(begin, length, PlaceIn(Top())); }
   void InsertText(const Token& token) { InsertText(token.begin, token.length); }
-  void InsertComment(const Token& token, NodeId parent);
-  void InsertComment(const Token& token);
+  void InsertComment(const Token& token, const Place& place);
+  void InsertComment(const Token& token) { InsertComment(token, PlaceIn(Top())); }
   void MergeAttributes(const Token& token, NodeId node, std::uint8_t bit);
   /// White space at the token's start is inserted, or dropped; true when nothing of the token is left.
   bool LeadingBlanks(Token& token, bool insert);
   /// Takes all but the white space out of the token's text.
   void KeepBlanks(Token& token);
   void DropNulls(const Token& token) { tokenizer_.TrimText(token.begin); }
+  /// Keeps what stands before a tag from what stands behind it, where an element that was left out would have.
+  void InsertGap();
   [[nodiscard]] bool HasInk(std::uint32_t begin, std::uint32_t length) const;
 
   // Open elements.
   [[nodiscard]] Open& Top() { return open_[open_.size() - 1]; }
   [[nodiscard]] const Open& Top() const { return open_[open_.size() - 1]; }
   void Push(NodeId node, NameId name, Space space);
+  /// Opens an element that is left out.
+  void PushWithoutNode(NameId name, Space space);
+  void NoteGap(std::uint32_t key) {
+    gap_ = gap_ || (key < kForeign && (key == kBr || (KindsOf(key) & (kBlock | kCell)) != 0));
+  }
   void Pop();
   void RemoveOpen(std::size_t index);
   void MakeRoom();
@@ -254,13 +287,14 @@ class TreeBuilder {
   [[nodiscard]] std::size_t FindFormatByName(NameId name) const;
   [[nodiscard]] std::uint64_t HashAttributes(NodeId node) const;
   [[nodiscard]] std::size_t CopyCost(NodeId node) const;
-  /// A copy of this formatting element may be made.
+  /// A copy of this formatting element may be made, and is paid for.
   bool SpendCopy(NodeId node);
 
   Tree& tree_;
   Tokenizer tokenizer_;
   bool noscriptIsText_;
   std::size_t copies_;
+  std::size_t freeElements_;  ///< how many more are kept whatever they are
   Mode mode_ = Mode::kInitial;
   Mode originalMode_ = Mode::kInitial;
   GrowArray<Open> open_;
@@ -274,6 +308,8 @@ class TreeBuilder {
   bool foster_ = false;
   bool ignoreLineFeed_ = false;
   bool attributesTaken_ = false;
+  bool gap_ = false;               ///< an element that was left out began or ended a line or a cell
+  std::uint32_t lastTextEnd_ = 0;  ///< of the text that was inserted last
   std::uint32_t pendingBegin_ = 0;
   std::uint32_t pendingLength_ = 0;
   /// Which of the root and the body have an attribute of the name, once a second tag of theirs was met.
@@ -298,7 +334,42 @@ NodeId TreeBuilder::NewElement(NameId name, Space space, std::uint32_t attribute
   node.name = name & 0xFFFFFFU;
   node.space = space;
   node.begin = attributes;
+  CountElement();
   return id;
+}
+
+bool TreeBuilder::SaysSomething(NameId name, Space space, std::span<const Attribute> attributes) const {
+  if (name == kScript || name == kAnnotationXml) return true;
+  std::int64_t telling = -1;
+  if (space == Space::kHtml) {
+    if ((KindsOf(name) & (kTelling | kRaw | kUnseen)) != 0) return true;
+    switch (name) {
+      case kFrameset:
+        return Top().key == kHtml;
+      case kA:
+      case kArea:
+      case kBase:
+      case kLink:
+        telling = kHref;
+        break;
+      case kFrame:
+      case kImg:
+        telling = kSrc;
+        break;
+      case kTable:
+      case kTd:
+        telling = kBackground;
+        break;
+      case kMeta:
+        telling = kHttpEquiv;
+        break;
+      default:
+        break;
+    }
+  }
+  return std::ranges::any_of(attributes, [&](const Attribute& item) {
+    return item.name == telling || HidesContent(item.name, tree_.TextOf(item));
+  });
 }
 
 TreeBuilder::Place TreeBuilder::PlaceIn(const Open& target) const {
@@ -307,7 +378,8 @@ TreeBuilder::Place TreeBuilder::PlaceIn(const Open& target) const {
   if (!foster_ || !tablePart) return {target.node, 0};
   for (std::size_t i = open_.size(); i-- > 0;) {
     if (open_[i].key == kTemplate) return {open_[i].node, 0};
-    if (open_[i].key == kTable) return {tree_.nodes[open_[i].node].parent, open_[i].node};
+    if (open_[i].key == kTable && open_[i].hasNode) return {tree_.nodes[open_[i].node].parent, open_[i].node};
+    if (open_[i].key == kTable) return {open_[i].node, 0};
   }
   return {open_[0].node, 0};
 }
@@ -319,7 +391,19 @@ std::uint32_t TreeBuilder::TakeAttributes(const Token& token) {
   return token.begin + 1;
 }
 
-NodeId TreeBuilder::Insert(NameId name, Space space, std::uint32_t attributes) {
+NodeId TreeBuilder::Insert(const Token& token, Space space) {
+  if (MayHave(token.name, space, AttributesOf(token))) return InsertNode(token.name, space, TakeAttributes(token));
+  PushWithoutNode(token.name, space);
+  return 0;
+}
+
+NodeId TreeBuilder::InsertImplied(NameId name) {
+  if (MayHave(name, Space::kHtml, {})) return InsertNode(name, Space::kHtml, 0);
+  PushWithoutNode(name, Space::kHtml);
+  return 0;
+}
+
+NodeId TreeBuilder::InsertNode(NameId name, Space space, std::uint32_t attributes) {
   MakeRoom();
   const NodeId node = NewElement(name, space, attributes);
   PutAt(node, PlaceIn(Top()));
@@ -341,14 +425,20 @@ NodeId TreeBuilder::Insert(NameId name, Space space, std::uint32_t attributes) {
   return node;
 }
 
-void TreeBuilder::InsertVoid(NameId name, Space space, std::uint32_t attributes) {
-  const NodeId node = NewElement(name, space, attributes);
+void TreeBuilder::InsertVoid(const Token& token, Space space) {
+  if (!MayHave(token.name, space, AttributesOf(token))) {
+    NoteGap(KeyOf(token.name, space));
+    return;
+  }
+  const NodeId node = NewElement(token.name, space, TakeAttributes(token));
   PutAt(node, PlaceIn(Top()));
-  if (name == kInput && form_ != 0 && space == Space::kHtml && !IsOpen(kTemplate)) tree_.owners.Push({node, form_});
+  if (token.name == kInput && form_ != 0 && space == Space::kHtml && !IsOpen(kTemplate)) {
+    tree_.owners.Push({node, form_});
+  }
 }
 
-void TreeBuilder::InsertText(std::uint32_t begin, std::uint32_t length) {
-  const Place place = PlaceIn(Top());
+void TreeBuilder::InsertText(std::uint32_t begin, std::uint32_t length, const Place& place) {
+  lastTextEnd_ = begin + length;
   const NodeId previous = place.before != 0 ? tree_.PreviousSibling(place.before) : tree_.LastChild(place.parent);
   bool continues = false;
   if (previous != 0 && tree_.nodes[previous].kind == NodeKind::kText) {
@@ -366,18 +456,26 @@ void TreeBuilder::InsertText(std::uint32_t begin, std::uint32_t length) {
   PutAt(node, place);
 }
 
-void TreeBuilder::InsertComment(const Token& token, NodeId parent) {
+void TreeBuilder::InsertComment(const Token& token, const Place& place) {
+  if (freeElements_ == 0 && token.length < kTellingComment) {
+    tokenizer_.TrimText(token.begin);
+    return;
+  }
   const NodeId node = NewNode(NodeKind::kComment);
   tree_.nodes[node].begin = token.begin;
   tree_.nodes[node].length = token.length;
-  tree_.Append(parent, node);
+  CountElement();
+  PutAt(node, place);
 }
 
-void TreeBuilder::InsertComment(const Token& token) {
-  const NodeId node = NewNode(NodeKind::kComment);
-  tree_.nodes[node].begin = token.begin;
-  tree_.nodes[node].length = token.length;
-  PutAt(node, PlaceIn(Top()));
+void TreeBuilder::InsertGap() {
+  gap_ = false;
+  const char16_t* const text = tree_.text.data();
+  if (lastTextEnd_ == tokenizer_.KeptLength() && lastTextEnd_ != 0 && IsBlank(text[lastTextEnd_ - 1])) return;
+  // What is read as it stands is no place for it.
+  const Open& top = Top();
+  const bool isText = mode_ == Mode::kText || (top.kinds & kRaw) != 0;
+  InsertText(tokenizer_.PutBlank(), 1, isText ? Place{tree_.nodes[top.node].parent, top.node} : PlaceIn(top));
 }
 
 void TreeBuilder::MergeAttributes(const Token& token, NodeId node, std::uint8_t bit) {
@@ -447,8 +545,16 @@ bool TreeBuilder::HasInk(std::uint32_t begin, std::uint32_t length) const {
 
 void TreeBuilder::Push(NodeId node, NameId name, Space space) {
   const std::uint32_t key = KeyOf(name, space);
-  open_.Push({node, key, KindsIn(key)});
+  open_.Push({node, key, KindsIn(key), true});
   if (key < kKnownCount) ++counts_[key];
+}
+
+void TreeBuilder::PushWithoutNode(NameId name, Space space) {
+  MakeRoom();
+  const std::uint32_t key = KeyOf(name, space);
+  open_.Push({Top().node, key, static_cast<std::uint16_t>(KindsIn(key) & ~kFormatting), false});
+  if (key < kKnownCount) ++counts_[key];
+  NoteGap(key);
 }
 
 void TreeBuilder::Pop() { RemoveOpen(open_.size() - 1); }
@@ -456,6 +562,7 @@ void TreeBuilder::Pop() { RemoveOpen(open_.size() - 1); }
 void TreeBuilder::RemoveOpen(std::size_t index) {
   const Open entry = open_[index];
   if (entry.key < kKnownCount) --counts_[entry.key];
+  if (!entry.hasNode) NoteGap(entry.key);
   if ((entry.kinds & kFormatting) != 0) {
     if (const std::size_t at = FindFormat(entry.node); at != kNone) formats_[at].open = false;
   }
@@ -488,7 +595,7 @@ void TreeBuilder::MakeRoom() {
 
 std::size_t TreeBuilder::FindOpen(NodeId node) const {
   for (std::size_t i = open_.size(); i-- > 0;) {
-    if (open_[i].node == node) return i;
+    if (open_[i].node == node && open_[i].hasNode) return i;
   }
   return kNone;
 }
@@ -670,15 +777,16 @@ void TreeBuilder::Reconstruct() {
   if (formats_.empty() || formats_.back().node == 0 || formats_.back().open) return;
   std::size_t i = formats_.size() - 1;
   while (i > 0 && formats_[i - 1].node != 0 && !formats_[i - 1].open) --i;
-  for (; i < formats_.size(); ++i) {
+  while (i < formats_.size()) {
     const NodeId old = formats_[i].node;
-    if (!SpendCopy(old)) {
-      formats_.Truncate(i);
-      return;
+    if (!MayHaveCopy(old) || !SpendCopy(old)) {
+      formats_.Erase(i);
+      continue;
     }
-    const NodeId node = Insert(formats_[i].name, Space::kHtml, tree_.nodes[old].begin);
+    const NodeId node = InsertNode(formats_[i].name, Space::kHtml, tree_.nodes[old].begin);
     formats_[i].node = node;
     formats_[i].open = true;
+    ++i;
   }
 }
 
@@ -697,6 +805,15 @@ std::size_t TreeBuilder::FindFormatByName(NameId name) const {
 }
 
 void TreeBuilder::AdoptionAgency(NameId name) {
+  if (freeElements_ == 0) {
+    // One that was left out has nothing that could be torn apart.
+    for (std::size_t i = open_.size(); i-- > 0 && (open_[i].kinds & kScope) == 0;) {
+      if (open_[i].key != name) continue;
+      if (open_[i].hasNode) break;
+      RemoveOpen(i);
+      return;
+    }
+  }
   if (Top().key == name && FindFormat(Top().node) == kNone) {
     Pop();
     return;
@@ -716,8 +833,17 @@ void TreeBuilder::AdoptionAgency(NameId name) {
     for (std::size_t i = open_.size() - 1; i > at; --i) {
       if ((open_[i].kinds & kScope) != 0) return;
     }
-    std::size_t furthest = at + 1;
-    while (furthest < open_.size() && (open_[furthest].kinds & kSpecial) == 0) ++furthest;
+    std::size_t nearest = at + 1;
+    while (nearest < open_.size() && (open_[nearest].kinds & kSpecial) == 0) ++nearest;
+    std::size_t furthest = nearest;
+    while (furthest < open_.size() && ((open_[furthest].kinds & kSpecial) == 0 || !open_[furthest].hasNode)) ++furthest;
+    if (furthest == open_.size() && nearest != open_.size()) {
+      // There is nothing to tear apart: the block that was left out only moves out of the formatting element.
+      for (std::size_t i = nearest; i-- > at;) RemoveOpen(i);
+      for (std::size_t i = at; i < open_.size() && !open_[i].hasNode; ++i) open_[i].node = open_[i - 1].node;
+      formats_.Erase(format);
+      return;
+    }
     if (furthest == open_.size() || !SpendCopy(formatNode)) {
       while (open_.size() > at) Pop();
       formats_.Erase(format);
@@ -729,7 +855,7 @@ void TreeBuilder::AdoptionAgency(NameId name) {
     std::size_t counter = 0;
     for (std::size_t i = furthest; --i > at;) {
       ++counter;
-      std::size_t entry = FindFormat(open_[i].node);
+      std::size_t entry = open_[i].hasNode ? FindFormat(open_[i].node) : kNone;
       if (entry != kNone && (counter > 3 || !SpendCopy(open_[i].node))) {
         formats_.Erase(entry);
         if (entry < format) --format;
@@ -751,7 +877,9 @@ void TreeBuilder::AdoptionAgency(NameId name) {
       last = copy;
     }
     tree_.Detach(last);
-    PutAt(last, PlaceIn(open_[at - 1]));
+    std::size_t ancestor = at - 1;
+    while (!open_[ancestor].hasNode) --ancestor;
+    PutAt(last, PlaceIn(open_[ancestor]));
 
     const NodeId copy = NewElement(name, Space::kHtml, tree_.nodes[formatNode].begin);
     Node& block = tree_.nodes[furthestNode];
@@ -765,7 +893,7 @@ void TreeBuilder::AdoptionAgency(NameId name) {
     if (format < bookmark) --bookmark;
     formats_.Erase(format);
     formats_.Insert(bookmark, moved);
-    const Open entry{copy, open_[at].key, open_[at].kinds};
+    const Open entry{copy, open_[at].key, open_[at].kinds, true};
     open_.Erase(at);
     open_.Insert(furthest, entry);
   }
@@ -799,6 +927,7 @@ void TreeBuilder::Take(Token& token) {
   while (!(IsForeign(token) ? ForeignContent(token) : Dispatch(mode_, token))) {
   }
   if (token.kind == TokenKind::kStartTag && !attributesTaken_) tree_.attributes.Truncate(attributes);
+  if (gap_ && (token.kind == TokenKind::kStartTag || token.kind == TokenKind::kEndTag)) InsertGap();
 }
 
 bool TreeBuilder::Dispatch(Mode mode, Token& token) {
@@ -856,7 +985,7 @@ bool TreeBuilder::Dispatch(Mode mode, Token& token) {
 bool TreeBuilder::Initial(Token& token) {
   if (token.kind == TokenKind::kText && LeadingBlanks(token, false)) return true;
   if (token.kind == TokenKind::kComment) {
-    InsertComment(token, kDocument);
+    InsertComment(token, {kDocument, 0});
     return true;
   }
   mode_ = Mode::kBeforeHtml;
@@ -884,7 +1013,7 @@ bool TreeBuilder::BeforeHtml(Token& token) {
     case TokenKind::kDoctype:
       return true;
     case TokenKind::kComment:
-      InsertComment(token, kDocument);
+      InsertComment(token, {kDocument, 0});
       return true;
     case TokenKind::kText:
       if (LeadingBlanks(token, false)) return true;
@@ -1264,7 +1393,7 @@ bool TreeBuilder::StartTagInBody(Token& token) {
         if (const std::size_t at = FindOpen(node); at != kNone) RemoveOpen(at);
       }
       Reconstruct();
-      PushFormat(Insert(token), kA);
+      InsertFormatting(token);
       return true;
     case kB:
     case kBig:
@@ -1279,7 +1408,7 @@ bool TreeBuilder::StartTagInBody(Token& token) {
     case kTt:
     case kU:
       Reconstruct();
-      PushFormat(Insert(token), token.name);
+      InsertFormatting(token);
       return true;
     case kNobr:
       Reconstruct();
@@ -1287,7 +1416,7 @@ bool TreeBuilder::StartTagInBody(Token& token) {
         AdoptionAgency(kNobr);
         Reconstruct();
       }
-      PushFormat(Insert(token), kNobr);
+      InsertFormatting(token);
       return true;
     case kApplet:
     case kMarquee:
@@ -1389,9 +1518,9 @@ bool TreeBuilder::StartTagInBody(Token& token) {
       Reconstruct();
       const Space space = token.name == kMath ? Space::kMathMl : Space::kSvg;
       if (token.selfClosing) {
-        InsertVoid(token.name, space, TakeAttributes(token));
+        InsertVoid(token, space);
       } else {
-        Insert(token.name, space, TakeAttributes(token));
+        Insert(token, space);
       }
       return true;
     }
@@ -1525,7 +1654,7 @@ bool TreeBuilder::EndTagInBody(Token& token) {
       return true;
     case kBr:
       Reconstruct();
-      InsertVoid(kBr, Space::kHtml, 0);
+      InsertVoid(token);
       framesetOk_ = false;
       return true;
     default:
@@ -2117,7 +2246,7 @@ bool TreeBuilder::AfterBody(Token& token) {
       break;
     }
     case TokenKind::kComment:
-      InsertComment(token, open_[0].node);
+      InsertComment(token, {open_[0].node, 0});
       return true;
     case TokenKind::kDoctype:
     case TokenKind::kEnd:
@@ -2185,7 +2314,7 @@ bool TreeBuilder::AfterFrameset(Token& token) {
 
 bool TreeBuilder::AfterAfterBody(Token& token) {
   if (token.kind == TokenKind::kComment) {
-    InsertComment(token, kDocument);
+    InsertComment(token, {kDocument, 0});
     return true;
   }
   if (token.kind == TokenKind::kEndTag) {
@@ -2197,7 +2326,7 @@ bool TreeBuilder::AfterAfterBody(Token& token) {
 
 bool TreeBuilder::AfterAfterFrameset(Token& token) {
   if (token.kind == TokenKind::kComment) {
-    InsertComment(token, kDocument);
+    InsertComment(token, {kDocument, 0});
     return true;
   }
   return InFrameset(token);
@@ -2255,11 +2384,11 @@ bool TreeBuilder::ForeignContent(Token& token) {
         leave();
         return Dispatch(mode_, token);
       }
-      const Space space = tree_.nodes[Top().node].space;
+      const Space space = SpaceIn(Top().key);
       if (token.selfClosing) {
-        InsertVoid(token.name, space, TakeAttributes(token));
+        InsertVoid(token, space);
       } else {
-        Insert(token.name, space, TakeAttributes(token));
+        Insert(token, space);
       }
       return true;
     }
@@ -2270,7 +2399,7 @@ bool TreeBuilder::ForeignContent(Token& token) {
       }
       for (std::size_t i = open_.size(); i-- > 1;) {
         if (open_[i].key < kForeign) break;
-        if (tree_.nodes[open_[i].node].name == token.name) {
+        if (NameIn(open_[i].key) == token.name) {
           while (open_.size() > i) Pop();
           return true;
         }
