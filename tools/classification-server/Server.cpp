@@ -24,7 +24,9 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
+#include <pthread.h>
 #include <sys/resource.h>
+#include <time.h>
 
 #include "tools/classification-server/Activity.h"
 #include "tools/classification-server/Log.h"
@@ -52,6 +54,8 @@ constexpr std::chrono::seconds kStopTimeout{5};
 constexpr std::chrono::milliseconds kStopLook{10};       ///< how often to see whether all is answered
 constexpr std::chrono::milliseconds kAcceptPause{50};    ///< when there is no room for another connection
 constexpr std::chrono::milliseconds kDeadlineLook{250};  ///< how late a client may be cut off
+constexpr std::chrono::milliseconds kLoadLook{250};      ///< how often to see which loops have time
+constexpr unsigned kUnseenConnections = 32;              ///< that a loop is given between two looks
 constexpr std::uint32_t kHeaderLimit = 8 * 1024;
 constexpr std::size_t kDrainLimit = 256 * 1024;
 constexpr std::size_t kAddressesWatched = 100'000;
@@ -121,10 +125,17 @@ class Counted {
   std::atomic<unsigned>* count_;
 };
 
+/// A connection's place among all of its kind, and in its loop.
+struct Seat {
+  Counted amongAll;
+  Counted inLoop;
+};
+
 class Client;
 
 /// One thread's connections. They stay with it for life, so that nothing of theirs needs a lock.
 struct Loop {
+  std::atomic<unsigned> connections{0};  ///< that it was given and that are still there
   std::unordered_set<Client*> clients;
   asio::io_context io{1};
   Timer deadlines{io};
@@ -138,7 +149,7 @@ struct Loop {
 /// operation of its is under way; on its loop's thread.
 class Client : public std::enable_shared_from_this<Client> {
  public:
-  Client(Loop& loop, Counted seat, const Shared& shared)
+  Client(Loop& loop, Seat seat, const Shared& shared)
       : loop_(loop), seat_(std::move(seat)), timeout_(shared.options.clientTimeout) {
     loop_.clients.insert(this);
   }
@@ -177,7 +188,7 @@ class Client : public std::enable_shared_from_this<Client> {
   }
 
   Loop& loop_;
-  Counted seat_;
+  Seat seat_;
   std::chrono::milliseconds timeout_;
   Clock::time_point deadline_ = Clock::time_point::max();
 };
@@ -208,7 +219,7 @@ std::string ResponseText(http::status status, bool keepAlive, std::string_view t
 /// One client of the engine's exchange.
 class Session : public Client {
  public:
-  Session(Loop& loop, Counted seat, Socket socket, asio::ssl::context& tls, Shared& shared)
+  Session(Loop& loop, Seat seat, Socket socket, asio::ssl::context& tls, Shared& shared)
       : Client(loop, std::move(seat), shared), shared_(shared), stream_(std::move(socket), tls) {
     Error ignored;
     address_ = stream_.next_layer().remote_endpoint(ignored).address().to_string();
@@ -319,7 +330,7 @@ bool IsPlainHost(std::string_view host) {
 /// One look at the status page, over plain HTTP.
 class StatusSession : public Client {
  public:
-  StatusSession(Loop& loop, Counted seat, Socket socket, Shared& shared)
+  StatusSession(Loop& loop, Seat seat, Socket socket, Shared& shared)
       : Client(loop, std::move(seat), shared), shared_(shared), socket_(std::move(socket)) {}
 
   void Start() {
@@ -380,23 +391,97 @@ Acceptor Listen(Loop& loop, const std::string& address, std::uint16_t port) {
   }
 }
 
-/// Accepts until the acceptor is closed. chooseLoop() says whose the next connection will be; take(loop, socket) runs
-/// on the acceptor's loop.
-template <class ChooseLoop, class Take>
-void AcceptAll(Acceptor& acceptor, ChooseLoop chooseLoop, Take take) {
-  Loop& loop = chooseLoop();
-  acceptor.async_accept(loop.io, [&acceptor, &loop, chooseLoop, take](Error error, Socket socket) {
+/// The loops that answer, each on a thread, and the choice of the one that gets the next connection.
+///
+/// A loop takes all that it has time for before the next is used: threads that take turns at work for one wake each
+/// other, and wait for a processor in the middle of an answer. A connection stays where it was put, so that a loop that
+/// has little time, or was given so many since the last look that its share says little, gets no more; if that goes for
+/// all of them, the emptiest does. On the control loop's thread.
+class Workers {
+ public:
+  Workers(Loop& control, unsigned count) : looks_(control.io) {
+    for (unsigned index = 0; index < count; ++index) {
+      Worker& worker = workers_.emplace_back();
+      worker.loop.WatchDeadlines();
+      worker.thread = std::jthread([&worker] { worker.loop.io.run(); });
+      pthread_getcpuclockid(worker.thread.native_handle(), &worker.clock);
+    }
+    Look();
+  }
+  ~Workers() { Stop(); }
+  Workers(const Workers&) = delete;
+  Workers& operator=(const Workers&) = delete;
+
+  Loop& Next() {
+    auto next = std::ranges::find_if(
+        workers_, [](const Worker& worker) { return !worker.isBusy && worker.given < kUnseenConnections; });
+    if (next == workers_.end()) {
+      next =
+          std::ranges::min_element(workers_, {}, [](const Worker& worker) { return worker.loop.connections.load(); });
+    }
+    ++next->given;
+    return next->loop;
+  }
+
+  /// Ends the threads. Their connections stay, and what is still handed to a loop is kept and not done.
+  void Stop() {
+    for (Worker& worker : workers_) worker.loop.io.stop();
+    for (Worker& worker : workers_) {
+      if (worker.thread.joinable()) worker.thread.join();
+    }
+  }
+
+ private:
+  struct Worker {
+    Loop loop;
+    clockid_t clock{};                ///< of its thread's share of a processor
+    std::chrono::nanoseconds used{};  ///< of it, by the last look
+    bool isBusy = false;              ///< for more than half of the time before that
+    unsigned given = 0;               ///< connections since then
+    std::jthread thread;
+  };
+
+  void Look() {
+    const auto now = Clock::now();
+    for (Worker& worker : workers_) {
+      timespec time{};
+      clock_gettime(worker.clock, &time);
+      const auto used = std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+      worker.isBusy = used - worker.used > (now - lookedAt_) / 2;
+      worker.used = used;
+      worker.given = 0;
+    }
+    lookedAt_ = now;
+    looks_.expires_after(kLoadLook);
+    looks_.async_wait([this](Error) { Look(); });
+  }
+
+  std::list<Worker> workers_;
+  Timer looks_;
+  Clock::time_point lookedAt_ = Clock::now();
+};
+
+/// Accepts until the acceptor is closed. take(socket) runs on the acceptor's loop, whose the socket is.
+template <class Take>
+void AcceptAll(Acceptor& acceptor, Take take) {
+  acceptor.async_accept([&acceptor, take](Error error, Socket socket) {
     if (!acceptor.is_open()) return;
     if (!error) {
-      take(loop, std::move(socket));
-      return AcceptAll(acceptor, chooseLoop, take);
+      take(std::move(socket));
+      return AcceptAll(acceptor, take);
     }
     // No descriptor is free, most likely, and none will be at once.
     const auto pause = std::make_shared<Timer>(acceptor.get_executor(), kAcceptPause);
-    pause->async_wait([&acceptor, chooseLoop, take, pause](Error) {
-      if (acceptor.is_open()) AcceptAll(acceptor, chooseLoop, take);
+    pause->async_wait([&acceptor, take, pause](Error) {
+      if (acceptor.is_open()) AcceptAll(acceptor, take);
     });
   });
+}
+
+/// The same connection on another loop.
+Socket MoveTo(Loop& loop, Socket socket) {
+  const auto protocol = socket.local_endpoint().protocol();
+  return {loop.io, protocol, socket.release()};
 }
 
 /// Lets what is under way be answered, but not for ever; kept connections that are idle don't count.
@@ -432,13 +517,13 @@ void Serve(const ServerOptions& options, void (*ready)(std::uint16_t port, std::
   RaiseDescriptorLimit();
   asio::ssl::context tls = MakeTls(options);
   Shared shared(options);
-  // The control loop accepts, shows the status page and ends it all; the others answer. They outlive it, since it holds
-  // the socket of the next connection for one of them.
-  std::list<Loop> loops(std::max(1U, options.threads));
+  // Accepts, shows the status page and ends it all; the workers answer.
   Loop control;
   Acceptor acceptor = Listen(control, options.listenAddress, options.listenPort);
   std::optional<Acceptor> statusAcceptor;
   if (!options.statusAddress.empty()) statusAcceptor = Listen(control, options.statusAddress, options.statusPort);
+  control.WatchDeadlines();
+  Workers workers(control, std::max(1U, options.threads));
 
   // A socket that isn't taken closes.
   const auto hasRoom = [&shared](const std::atomic<unsigned>& connections, unsigned limit) {
@@ -446,27 +531,23 @@ void Serve(const ServerOptions& options, void (*ready)(std::uint16_t port, std::
     shared.activity.NoteRefusal();
     return false;
   };
-  auto next = loops.begin();
-  const auto eachInTurn = [&]() -> Loop& {
-    if (next == loops.end()) next = loops.begin();
-    return *next++;
-  };
-  AcceptAll(acceptor, eachInTurn, [&](Loop& loop, Socket socket) {
+  AcceptAll(acceptor, [&](Socket accepted) {
     if (!hasRoom(shared.connections, options.connectionLimit)) return;
     Error ignored;
-    socket.set_option(tcp::no_delay(true), ignored);
+    accepted.set_option(tcp::no_delay(true), ignored);
     // Counted at once: the next may be here before the loop has taken this one.
-    asio::post(loop.io, [&, seat = Counted(shared.connections), socket = std::move(socket)]() mutable {
+    Loop& loop = workers.Next();
+    Seat seat{Counted(shared.connections), Counted(loop.connections)};
+    asio::post(loop.io, [&, seat = std::move(seat), socket = MoveTo(loop, std::move(accepted))]() mutable {
       std::make_shared<Session>(loop, std::move(seat), std::move(socket), tls, shared)->Start();
     });
   });
   if (statusAcceptor) {
-    AcceptAll(
-        *statusAcceptor, [&]() -> Loop& { return control; },
-        [&](Loop& loop, Socket socket) {
-          if (!hasRoom(shared.statusConnections, kStatusConnections)) return;
-          std::make_shared<StatusSession>(loop, Counted(shared.statusConnections), std::move(socket), shared)->Start();
-        });
+    AcceptAll(*statusAcceptor, [&](Socket socket) {
+      if (!hasRoom(shared.statusConnections, kStatusConnections)) return;
+      Seat seat{Counted(shared.statusConnections), Counted(control.connections)};
+      std::make_shared<StatusSession>(control, std::move(seat), std::move(socket), shared)->Start();
+    });
   }
 
   Timer stopTimer(control.io);
@@ -484,15 +565,8 @@ void Serve(const ServerOptions& options, void (*ready)(std::uint16_t port, std::
   Log("Serve", "listening on " + options.listenAddress + ":" + std::to_string(acceptor.local_endpoint().port()),
       kLogInformation);
   ready(acceptor.local_endpoint().port(), statusAcceptor ? statusAcceptor->local_endpoint().port() : std::uint16_t{0});
-  control.WatchDeadlines();
-  std::vector<std::jthread> threads;
-  for (Loop& loop : loops) {
-    loop.WatchDeadlines();
-    threads.emplace_back([&loop] { loop.io.run(); });
-  }
   control.io.run();
-  for (Loop& loop : loops) loop.io.stop();
-  threads.clear();
+  workers.Stop();
   // While the loops still exist, since the store hands its outcomes to them.
   shared.reports.Finish();
   Log("Serve", "stopped", kLogInformation);
