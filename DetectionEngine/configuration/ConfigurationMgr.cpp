@@ -123,7 +123,9 @@ std::shared_ptr<const ConfigurationPair> ConfigurationMgr::Active() const {
 void ConfigurationMgr::SetActive(std::shared_ptr<const ConfigurationPair> pair) {
   auto slot = std::make_shared<Slot>();
   slot->originalConfigFile = Narrow(pair->configuration.OriginalConfigFile);
-  slot->newConfigFile = Narrow(pair->configuration.NewConfigFile);
+  std::string newConfigFile = Narrow(pair->configuration.NewConfigFile);
+  const bool isWatched = active_ != nullptr && active_->newConfigFile->Path() == newConfigFile;
+  slot->newConfigFile = isWatched ? active_->newConfigFile : std::make_shared<WatchedFile>(std::move(newConfigFile));
   slot->pair = std::move(pair);
   // What was active may go with the last reference to it, which takes its time: not under the lock of the readers.
   std::shared_ptr<const Slot> next = std::move(slot);
@@ -141,9 +143,9 @@ bool ConfigurationMgr::Run() {
   }
   if (!loaded_) UpdatePaths(false);
   const std::shared_ptr<const Slot> slot = ActiveSlot();
-  if (firstRun_ && !loaded_) LogPaths(kRunLabel, slot->originalConfigFile, slot->newConfigFile);
+  if (firstRun_ && !loaded_) LogPaths(kRunLabel, slot->originalConfigFile, slot->newConfigFile->Path());
   // Looked at once before the lock, so that callers queue only when there is something to load.
-  if (!loaded_ || (!pinned_ && LastWriteTime(slot->newConfigFile) > lastLoadTime_)) {
+  if (!loaded_ || (!pinned_ && slot->newConfigFile->LastWriteTime() > lastLoadTime_)) {
     const std::lock_guard lock(runLock_);
     LoadNewest(kRunLabel, *slot, false);
   }
@@ -198,7 +200,7 @@ void ConfigurationMgr::LoadConfigThreadProc() {
   try {
     UpdatePaths(true);
     const std::shared_ptr<const Slot> slot = ActiveSlot();
-    LogPaths(kThreadLabel, slot->originalConfigFile, slot->newConfigFile);
+    LogPaths(kThreadLabel, slot->originalConfigFile, slot->newConfigFile->Path());
     LoadNewest(kThreadLabel, *slot, true);
   } catch (const std::exception& error) {
     DebugLog(kThreadLabel, error.what(), "", 0, kLogError);
@@ -219,7 +221,7 @@ void ConfigurationMgr::UpdatePaths(bool evenIfLoaded) {
 }
 
 void ConfigurationMgr::LoadNewest(const char* label, const Slot& slot, bool heedStop) {
-  const FileStamp stamp = StampOf(slot.newConfigFile);
+  const FileStamp stamp = StampOf(slot.newConfigFile->Path());
   if (stamp.Exists() && (!loaded_ || stamp.lastWrite > lastLoadTime_) &&
       LoadPackage(slot.pair->configuration.NewConfigFile)) {
     LogLine(label, "Successfully loaded new configuration file", kLogInformation);

@@ -14,6 +14,7 @@
 #include "DetectionEngine/configuration/Indicators.h"
 #include "DetectionEngine/configuration/ModuleTexts.h"
 #include "DetectionEngine/platform/NamedMutex.h"
+#include "DetectionEngine/platform/WatchedFile.h"
 
 namespace zeph {
 
@@ -77,7 +78,7 @@ class ConfigurationMgr {
   struct Slot {
     std::shared_ptr<const ConfigurationPair> pair;
     std::string originalConfigFile;
-    std::string newConfigFile;
+    std::shared_ptr<WatchedFile> newConfigFile;  ///< the slots' that name the same file
   };
 
   [[nodiscard]] std::shared_ptr<const Slot> ActiveSlot() const;
