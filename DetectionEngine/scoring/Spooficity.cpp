@@ -45,9 +45,10 @@ std::int32_t computeSpooficity(const Indicators& indicators, std::span<const Ind
   float spoof = 1.0F;
   float ham = 1.0F;
   const Mark* met = nullptr;
-  for (std::size_t i = 0; i < indicators.Entries.size() && met == nullptr; ++i) {
+  const std::span<const Indicator> entries = indicators.Entries;
+  for (std::size_t i = 0; i < entries.size() && met == nullptr; ++i) {
     if (!results[i].evaluated) continue;
-    const Indicator& indicator = indicators.Entries[i];
+    const Indicator& indicator = entries[i];
     const float weight = results[i].on ? indicator.OnWeight : indicator.OffWeight;
     if (weight == kNoWeight) continue;
     const auto mark = std::ranges::find(kMarks, weight, &Mark::weight);

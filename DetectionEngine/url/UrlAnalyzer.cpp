@@ -114,8 +114,7 @@ bool UrlAnalyzer::IsChosen(std::uint64_t beginning, std::u16string_view token) c
   return false;
 }
 
-std::optional<double> UrlAnalyzer::ProbabilityOf(std::u16string_view token, const double* known) noexcept {
-  if (known != nullptr) return *known;
+std::optional<double> UrlAnalyzer::ProbabilityOfUnknown(std::u16string_view token) noexcept {
   if (token.starts_with(u"AG")) return std::nullopt;  // a host's characters count where the table knows them
   return kUnknownTokenProbability;
 }
@@ -144,7 +143,8 @@ void UrlAnalyzer::Take(std::u16string_view token) {
   const std::uint64_t beginning = BeginningOf(token);
   const bool wasFull = count_ == kMostTokens;
   if (!wasFull && IsChosen(beginning, token)) return;
-  const std::optional<double> probability = ProbabilityOf(token, table_.Find(token));
+  const double* const known = table_.Find(token);
+  const std::optional<double> probability = known != nullptr ? *known : ProbabilityOfUnknown(token);
   if (!probability) return;
   const std::uint64_t strength = StrengthOf(*probability);
   if (!MakePlace(strength) || (wasFull && IsChosen(beginning, token))) return;
@@ -158,7 +158,7 @@ void UrlAnalyzer::TakeFixed(FixedToken token) {
   taken_[token] = true;
   if (cameBefore && count_ < kMostTokens && !pushedOut_) return;  // it has its place, or doesn't count
   const double* const known = table_.HasPinned() ? table_.Pinned(token) : table_.Find(TextOf(token));
-  const std::optional<double> probability = ProbabilityOf(TextOf(token), known);
+  const std::optional<double> probability = known != nullptr ? *known : ProbabilityOfUnknown(TextOf(token));
   if (!probability) return;
   const std::uint64_t beginning = BeginningOf(token);
   const std::uint64_t strength = StrengthOf(*probability);
@@ -168,11 +168,14 @@ void UrlAnalyzer::TakeFixed(FixedToken token) {
 
 std::optional<UrlScore> UrlScoreCache::Find(std::u16string_view url) const {
   const std::lock_guard lock(mutex_);
-  for (std::size_t i = 0; i < count_; ++i) {
-    const Entry& entry = entries_[(oldest_ + i) % kMostEntries];
-    if (entry.url == url) return entry.score;
-  }
-  return std::nullopt;
+  const auto findIn = [&](std::size_t begin, std::size_t end) -> std::optional<UrlScore> {
+    for (; begin < end; ++begin) {
+      if (TextHash::Same(entries_[begin].url, url)) return entries_[begin].score;
+    }
+    return std::nullopt;
+  };
+  const std::optional<UrlScore> found = findIn(oldest_, count_);
+  return found ? found : findIn(0, oldest_);
 }
 
 void UrlScoreCache::Add(std::u16string_view url, const UrlScore& score) {

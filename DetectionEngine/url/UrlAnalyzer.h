@@ -61,8 +61,8 @@ class UrlAnalyzer final : private TokenSink {
 
   void Take(std::u16string_view token) override;
   void TakeFixed(FixedToken token) override;
-  /// The token's probability by what the table knows of it, null for nothing; none for one that doesn't count.
-  [[nodiscard]] static std::optional<double> ProbabilityOf(std::u16string_view token, const double* known) noexcept;
+  /// The probability of a token that the table doesn't know; none for one that doesn't count.
+  [[nodiscard]] static std::optional<double> ProbabilityOfUnknown(std::u16string_view token) noexcept;
   /// True when there is a place for a token of this strength, perhaps since the weakest was pushed out for it.
   bool MakePlace(std::uint64_t strength) noexcept;
   /// True when it is among the chosen.
