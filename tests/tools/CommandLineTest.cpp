@@ -259,6 +259,17 @@ TEST_F(CommandLine, MakesPackagesThatSayWhatTheirSourcesSay) {
   }
 }
 
+TEST_F(CommandLine, MakesNoPackThatWouldNotLoad) {
+  const fs::path sources = Sources();
+  std::string tags;
+  for (int i = 0; i < 20000; ++i) tags += "<Entry>\nthe same site\n";
+  WriteText(sources / "PopularSites.xml", tags);
+  const Ran built = Run("package build --sources " + sources.string() + " --output made.zip --format pack");
+  EXPECT_EQ(built.status, 2);
+  EXPECT_NE(built.err.find("less than a twentieth"), std::string::npos) << built.err;
+  EXPECT_FALSE(fs::exists(folder_ / "made.zip"));
+}
+
 TEST_F(CommandLine, LooksForANewerPackageWhereTheLoadedOneSays) {
   ASSERT_EQ(Run("package build --sources " + Sources() + " --output made.zip").status, 0);
   const Json configuration = Run("inspect package --package made.zip").Lines().front()["Configuration"];

@@ -92,6 +92,9 @@ fs::path MakePackedFile(const BuildOptions& options, const fs::path& folder) {
     if (!MakePack(Pointers(files).data(), static_cast<int>(files.size()), packed.c_str())) {
       throw CommandError(options.sources + ": can't be packed");
     }
+    if (!OpenPackedFile(packed.string())) {
+      throw CommandError(options.sources + ": shrinks to less than a twentieth when packed, which no engine loads");
+    }
     return packed;
   }
   ConfigurationPair pair;
