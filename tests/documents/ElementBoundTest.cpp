@@ -188,6 +188,39 @@ TEST(ElementBound, LeavesTheContentInPlace) {
             "<HTML><HEAD></HEAD><FRAMESET> <FRAME src=a> </FRAMESET></HTML>");
 }
 
+/// What 1 MB of each may become, texts and copies included.
+TEST(ElementBound, HoldsForElementsThatTheParserMakesItself) {
+  const std::pair<std::string_view, std::string_view> rows[] = {{"", "<b>"},
+                                                                {"", "<p><b><i><u>x"},
+                                                                {"", "<b><i></b>"},
+                                                                {"", "<table><a>"},
+                                                                {"", "<svg><math>"},
+                                                                {"", "<frameset>"},
+                                                                {"x", "</p>"},
+                                                                {"x", "</br>"},
+                                                                {"", "<a>x"},
+                                                                {"<table>", "<tr><td>1<td>2"},
+                                                                {"<table>", "<col>"},
+                                                                {"<table><td>", "</table><table><td>"},
+                                                                {"<ul>", "<li>x"},
+                                                                {"<select>", "<option>x"},
+                                                                {"", "<p a>x"},
+                                                                {"", "<b><b a=b>"},
+                                                                {"", "x<!>"},
+                                                                {"<b><i><u><s><tt>", "<p>x</p>"},
+                                                                {"<b a><b b><b c>", "<p>x"},
+                                                                {"", "<b><p></b>x"},
+                                                                {"", "<nobr>x"},
+                                                                {"", "<a><div></a>"},
+                                                                {"<svg>", "<g>x"}};
+  for (const auto& [start, piece] : rows) {
+    std::string page(start);
+    while (page.size() < 1'000'000) page += piece;
+    const Tree tree = ParseTree(DecodeMarkup(page, "utf-8").text);
+    EXPECT_LE(tree.nodes.size(), 2 * kFreeElements + 20) << start << piece;
+  }
+}
+
 /// Markup of every insertion mode says the same with all its elements and with as few as may be: but that text which
 /// stands wrongly in tables stays where it stands, and that links which blocks tear apart are whole.
 TEST(ElementBound, ChangesNothingThatIsSaid) {
