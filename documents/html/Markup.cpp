@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 
+#include "documents/html/HtmlText.h"
 #include "documents/html/Scan.h"
 
 #if defined(__SSE2__)
@@ -14,8 +15,6 @@
 namespace zeph::html {
 namespace {
 
-constexpr bool IsBlank(char16_t c) noexcept { return c == u' ' || (c >= 9 && c <= 13 && c != 11); }
-constexpr char16_t Lower(char16_t c) noexcept { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c; }
 constexpr char16_t Upper(char16_t c) noexcept { return c >= u'a' && c <= u'z' ? static_cast<char16_t>(c - 32) : c; }
 
 constexpr bool IsBare(char16_t c) noexcept {
@@ -70,10 +69,6 @@ std::u16string_view Trimmed(std::u16string_view text) {
   while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
   while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
   return text;
-}
-
-bool EqualsNoCase(std::u16string_view text, std::u16string_view lower) noexcept {
-  return std::ranges::equal(text, lower, {}, Lower);
 }
 
 class Writer {

@@ -8,14 +8,13 @@
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/url/UrlParser.h"
 #include "documents/ImageSize.h"
+#include "documents/html/HtmlText.h"
 
 namespace zeph::html {
 namespace {
 
 using namespace name;
 
-constexpr bool IsBlank(char16_t c) noexcept { return c == u' ' || (c >= 9 && c <= 13 && c != 11); }
-constexpr char16_t Lower(char16_t c) noexcept { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c; }
 constexpr bool IsUpper(char16_t c) noexcept { return c >= u'A' && c <= u'Z'; }
 
 std::u16string LowerText(std::u16string_view text) {

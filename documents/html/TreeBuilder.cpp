@@ -11,14 +11,6 @@ namespace zeph::html {
 
 using namespace name;  // the known names, which every line below is about
 
-namespace {
-
-constexpr bool IsBlank(char16_t c) noexcept {
-  return c == u' ' || c == u'\n' || c == u'\t' || c == u'\f' || c == u'\r';
-}
-
-}  // namespace
-
 // ---- Nodes
 
 NodeId TreeBuilder::NewNode(NodeKind kind) {

@@ -16,6 +16,7 @@
 #include <string_view>
 
 #include "documents/html/GrowArray.h"
+#include "documents/html/HtmlText.h"
 #include "documents/html/NameTable.h"
 #include "documents/html/Tokenizer.h"
 #include "documents/html/Tree.h"
@@ -48,16 +49,6 @@ enum class Mode : std::uint8_t {
   kAfterAfterBody,
   kAfterAfterFrameset
 };
-
-/// lower is in lower case.
-inline bool EqualsNoCase(std::u16string_view text, std::u16string_view lower) noexcept {
-  return std::ranges::equal(text, lower, [](char16_t a, char16_t b) {
-    return (a >= u'A' && a <= u'Z' ? static_cast<char16_t>(a + 32) : a) == b;
-  });
-}
-inline bool BeginsNoCase(std::u16string_view text, std::u16string_view lower) noexcept {
-  return text.size() >= lower.size() && EqualsNoCase(text.substr(0, lower.size()), lower);
-}
 
 /// An element that is open.
 struct Open {
