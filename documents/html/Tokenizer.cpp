@@ -4,7 +4,6 @@
 #include <array>
 
 #include "documents/html/EntityTable.h"
-#include "documents/html/HtmlText.h"
 #include "documents/html/Scan.h"
 
 namespace zeph::html {
@@ -12,9 +11,11 @@ namespace {
 
 constexpr char16_t kReplacement = 0xFFFD;
 
+constexpr bool IsBlank(char16_t c) noexcept { return c == u' ' || c == u'\n' || c == u'\t' || c == u'\f'; }
 constexpr bool IsLetter(char16_t c) noexcept { return (c | 32) >= u'a' && (c | 32) <= u'z'; }
 constexpr bool IsDecimal(char16_t c) noexcept { return c >= u'0' && c <= u'9'; }
 constexpr bool IsLetterOrDigit(char16_t c) noexcept { return IsLetter(c) || IsDecimal(c); }
+constexpr char16_t Lower(char16_t c) noexcept { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c; }
 
 /// Characters of names in lower case; 0 for those that end one. [0] of elements, [1] of attributes.
 constexpr auto kNameCharacters = [] {
