@@ -87,6 +87,7 @@ class ParseOracle : public testing::Test {
 const std::vector<std::string>& HandWritten() {
   static const std::vector<std::string> pages = {
 #include "tests/documents/ParseOraclePages.inc"
+#include "TestPaths.h"
   };
   return pages;
 }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include "TestPaths.h"
 
 namespace {
 

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "DetectionEngine/DetectionEngine.h"
+#include "TestPaths.h"
 
 extern "C" int CheckCApi(void);
 extern "C" int CheckDocumentsApi(void);

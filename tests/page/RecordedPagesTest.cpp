@@ -13,6 +13,7 @@
 #include "documents/RecordingWriter.h"
 #include "tests/page/Pages.h"
 #include "tests/page/ReadPage.h"
+#include "TestPaths.h"
 
 namespace zeph {
 namespace {

@@ -9,6 +9,7 @@
 #include "DetectionEngine/platform/SettingsHive.h"
 #include "DetectionEngine/server/ImageMatcher.h"
 #include "tests/platform/TestFolders.h"
+#include "TestPaths.h"
 
 namespace zeph {
 namespace {

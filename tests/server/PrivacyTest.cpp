@@ -23,6 +23,7 @@
 #include "tests/platform/TestFolders.h"
 #include "tests/server/ServerProcess.h"
 #include "tools/classification-server/ReportStore.h"
+#include "TestPaths.h"
 
 namespace zeph {
 namespace {

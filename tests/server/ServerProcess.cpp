@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/server/ServerProcess.h"
+#include "TestPaths.h"
 
 #include <array>
 #include <cerrno>

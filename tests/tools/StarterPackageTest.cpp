@@ -28,6 +28,7 @@
 #include "DetectionEngine/url/UrlParser.h"
 #include "tools/zeph/Common.h"
 #include "tools/zeph/Pages.h"
+#include "TestPaths.h"
 
 namespace zeph {
 namespace {
