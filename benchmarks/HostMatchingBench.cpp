@@ -12,9 +12,9 @@
 #include <benchmark/benchmark.h>
 
 #include "DetectionEngine/configuration/Configuration.h"
-#include "DetectionEngine/url/HostMatching.h"
-#include "DetectionEngine/url/Similarity.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/configuration/HostMatching.h"
+#include "DetectionEngine/text/Similarity.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 namespace {

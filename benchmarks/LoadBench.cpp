@@ -13,8 +13,8 @@
 #include <benchmark/benchmark.h>
 #include <zlib.h>
 
+#include "DetectionEngine/base/Cipher.h"
 #include "DetectionEngine/configuration/Cabinet.h"
-#include "DetectionEngine/configuration/Cipher.h"
 #include "DetectionEngine/configuration/ConfigurationMgr.h"
 #include "DetectionEngine/configuration/MemoryFile.h"
 #include "DetectionEngine/configuration/MemoryFileWriter.h"

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 #include "documents/ElementFacets.h"
 
 namespace zeph {

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "DetectionEngine/platform/CharacterClass.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "DetectionEngine/platform/CharacterClass.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/Text.h"
 #include "documents/RecordingWriter.h"
 
 namespace zeph {

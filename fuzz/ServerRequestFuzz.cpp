@@ -2,7 +2,7 @@
 // What strangers send to the classification server; and what an engine sends is read as it was meant.
 #include <cstdlib>
 
-#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/server/ServerRequests.h"
 #include "tools/classification-server/Requests.h"

@@ -8,7 +8,7 @@
 
 #include <zlib.h>
 
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/platform/CabinetReader.h"
 #include "DetectionEngine/platform/Files.h"
 

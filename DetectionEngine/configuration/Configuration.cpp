@@ -5,9 +5,9 @@
 #include <array>
 #include <utility>
 
-#include "DetectionEngine/url/FixedTokens.h"
-#include "DetectionEngine/url/HostMatching.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/configuration/FixedTokens.h"
+#include "DetectionEngine/configuration/HostMatching.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

@@ -15,7 +15,7 @@
 #include "DetectionEngine/configuration/NetLocationIndex.h"
 #include "DetectionEngine/configuration/TagIndex.h"
 #include "DetectionEngine/configuration/TokenTable.h"
-#include "DetectionEngine/url/WordSet.h"
+#include "DetectionEngine/text/WordSet.h"
 
 namespace zeph {
 

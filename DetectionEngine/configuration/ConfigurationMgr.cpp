@@ -7,18 +7,18 @@
 #include <system_error>
 #include <utility>
 
+#include "DetectionEngine/base/Cipher.h"
+#include "DetectionEngine/base/DataFolder.h"
+#include "DetectionEngine/base/DebugLog.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/configuration/Cabinet.h"
-#include "DetectionEngine/configuration/Cipher.h"
-#include "DetectionEngine/configuration/DataFolder.h"
 #include "DetectionEngine/configuration/MemoryFile.h"
 #include "DetectionEngine/configuration/Pack.h"
 #include "DetectionEngine/configuration/PackageSignature.h"
-#include "DetectionEngine/configuration/StringTable.h"
 #include "DetectionEngine/configuration/TextSources.h"
-#include "DetectionEngine/engine/DebugLog.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

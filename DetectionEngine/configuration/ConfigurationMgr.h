@@ -10,9 +10,9 @@
 #include <string_view>
 #include <thread>
 
+#include "DetectionEngine/base/ModuleTexts.h"
 #include "DetectionEngine/configuration/Configuration.h"
 #include "DetectionEngine/configuration/Indicators.h"
-#include "DetectionEngine/configuration/ModuleTexts.h"
 #include "DetectionEngine/platform/NamedMutex.h"
 #include "DetectionEngine/platform/WatchedFile.h"
 

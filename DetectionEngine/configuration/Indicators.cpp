@@ -5,7 +5,7 @@
 #include <cassert>
 #include <numeric>
 
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "DetectionEngine/url/WordFinder.h"
+#include "DetectionEngine/text/WordFinder.h"
 
 namespace zeph {
 

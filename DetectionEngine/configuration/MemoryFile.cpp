@@ -7,10 +7,10 @@
 #include <type_traits>
 #include <utility>
 
+#include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/configuration/Cabinet.h"
 #include "DetectionEngine/configuration/MemoryFormat.h"
 #include "DetectionEngine/configuration/Pack.h"
-#include "DetectionEngine/engine/DebugLog.h"
 #include "DetectionEngine/platform/Files.h"
 
 namespace zeph {

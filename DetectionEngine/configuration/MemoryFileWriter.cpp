@@ -11,8 +11,8 @@
 
 #include <zlib.h>
 
+#include "DetectionEngine/base/Cipher.h"
 #include "DetectionEngine/configuration/Cabinet.h"
-#include "DetectionEngine/configuration/Cipher.h"
 #include "DetectionEngine/configuration/MemoryFormat.h"
 #include "DetectionEngine/configuration/Pack.h"
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <bit>
 
-#include "DetectionEngine/url/HostMatching.h"
+#include "DetectionEngine/configuration/HostMatching.h"
 
 namespace zeph {
 

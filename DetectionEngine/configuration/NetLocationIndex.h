@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "DetectionEngine/configuration/NetLocation.h"
-#include "DetectionEngine/configuration/TextHash.h"
+#include "DetectionEngine/text/TextHash.h"
 
 namespace zeph {
 

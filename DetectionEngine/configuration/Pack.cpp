@@ -7,8 +7,8 @@
 
 #include <zlib.h>
 
+#include "DetectionEngine/base/Cipher.h"
 #include "DetectionEngine/configuration/Cabinet.h"
-#include "DetectionEngine/configuration/Cipher.h"
 #include "DetectionEngine/platform/Files.h"
 
 namespace zeph {

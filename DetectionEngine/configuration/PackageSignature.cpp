@@ -5,7 +5,7 @@
 #include <array>
 #include <utility>
 
-#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Signature.h"
 

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <utility>
 
-#include "DetectionEngine/platform/AsciiBlock.h"
-#include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/text/AsciiBlock.h"
+#include "DetectionEngine/text/CharacterClass.h"
 
 namespace zeph {
 

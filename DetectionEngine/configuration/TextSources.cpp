@@ -6,11 +6,11 @@
 #include <cstdint>
 #include <utility>
 
-#include "DetectionEngine/engine/DebugLog.h"
-#include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/base/DebugLog.h"
+#include "DetectionEngine/configuration/HostMatching.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/url/HostMatching.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "DetectionEngine/configuration/TextHash.h"
+#include "DetectionEngine/text/TextHash.h"
 
 namespace zeph {
 

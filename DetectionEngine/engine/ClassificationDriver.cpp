@@ -7,16 +7,16 @@
 #include <string_view>
 
 #include "DetectionEngine/DetectionEngine.h"
-#include "DetectionEngine/configuration/StringTable.h"
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/base/DebugLog.h"
+#include "DetectionEngine/base/PerfTimer.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/engine/PageReading.h"
-#include "DetectionEngine/engine/PerfTimer.h"
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/engine/Results.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/scoring/IndicatorRunner.h"
 #include "DetectionEngine/scoring/Spooficity.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/url/UrlParser.h"
 
 namespace zeph {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "DetectionEngine/engine/ProcessState.h"
 
-#include "DetectionEngine/configuration/ModuleTexts.h"
-#include "DetectionEngine/server/ImageMatcher.h"
+#include "DetectionEngine/base/ModuleTexts.h"
+#include "DetectionEngine/scoring/ImageMatcher.h"
 
 namespace zeph {
 

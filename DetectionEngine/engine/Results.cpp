@@ -6,13 +6,13 @@
 #include <string>
 
 #include "DetectionEngine/DetectionEngine.h"
-#include "DetectionEngine/configuration/StringTable.h"
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/base/DebugLog.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/engine/WarningMemory.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/scoring/Spooficity.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "DetectionEngine/configuration/Md5Hex.h"
+#include "DetectionEngine/base/Md5Hex.h"
 
 namespace zeph {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "DetectionEngine/engine/SettingsStore.h"
+#include "DetectionEngine/base/SettingsStore.h"
 
 namespace zeph {
 

@@ -10,10 +10,10 @@
 #include <string>
 #include <string_view>
 
-#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/page/DocumentReading.h"
-#include "DetectionEngine/platform/CharacterClass.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/url/UrlParser.h"
 
 namespace zeph {

@@ -8,11 +8,11 @@
 #include <limits>
 #include <optional>
 
-#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/page/DocumentReading.h"
-#include "DetectionEngine/platform/AsciiBlock.h"
-#include "DetectionEngine/platform/CharacterClass.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/AsciiBlock.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

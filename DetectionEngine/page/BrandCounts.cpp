@@ -4,8 +4,8 @@
 #include <string>
 
 #include "DetectionEngine/configuration/Configuration.h"
+#include "DetectionEngine/configuration/HostMatching.h"
 #include "DetectionEngine/page/PageUrls.h"
-#include "DetectionEngine/url/HostMatching.h"
 
 namespace zeph {
 

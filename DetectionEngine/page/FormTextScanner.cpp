@@ -10,9 +10,9 @@
 
 #include "DetectionEngine/page/DocumentReading.h"
 #include "DetectionEngine/page/MarkupTags.h"
-#include "DetectionEngine/platform/CharacterClass.h"
-#include "DetectionEngine/platform/FindAnyOf.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/FindAnyOf.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

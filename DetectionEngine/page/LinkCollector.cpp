@@ -7,7 +7,7 @@
 
 #include "DetectionEngine/page/DocumentReading.h"
 #include "DetectionEngine/page/PageUrls.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/url/UrlParser.h"
 
 namespace zeph {

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstddef>
 
-#include "DetectionEngine/platform/FindAnyOf.h"
+#include "DetectionEngine/text/FindAnyOf.h"
 
 namespace zeph {
 

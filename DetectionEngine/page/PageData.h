@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "DetectionEngine/url/UnitOrder.h"
+#include "DetectionEngine/text/UnitOrder.h"
 #include "DetectionEngine/url/UrlRecord.h"
 
 namespace zeph {

@@ -9,7 +9,7 @@
 #include <span>
 
 #include "DetectionEngine/page/DocumentReading.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "DetectionEngine/page/PageUrls.h"
 
-#include "DetectionEngine/platform/FindAnyOf.h"
+#include "DetectionEngine/text/FindAnyOf.h"
 #include "DetectionEngine/url/UrlCracker.h"
 #include "DetectionEngine/url/UrlParser.h"
 

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "DetectionEngine/page/MarkupTags.h"
-#include "DetectionEngine/platform/CharacterClass.h"
-#include "DetectionEngine/platform/FindAnyOf.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/FindAnyOf.h"
 
 namespace zeph {
 

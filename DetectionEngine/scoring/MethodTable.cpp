@@ -4,17 +4,17 @@
 #include <span>
 #include <string_view>
 
-#include "DetectionEngine/page/FormMeasures.h"
-#include "DetectionEngine/page/ImageMeasures.h"
-#include "DetectionEngine/page/PageRecognition.h"
-#include "DetectionEngine/page/ScriptMeasures.h"
-#include "DetectionEngine/page/SiteMeasures.h"
-#include "DetectionEngine/page/TextMeasures.h"
+#include "DetectionEngine/scoring/FormMeasures.h"
+#include "DetectionEngine/scoring/ImageMatcher.h"
+#include "DetectionEngine/scoring/ImageMeasures.h"
 #include "DetectionEngine/scoring/Method.h"
+#include "DetectionEngine/scoring/PageRecognition.h"
+#include "DetectionEngine/scoring/ScriptMeasures.h"
+#include "DetectionEngine/scoring/SiteMeasures.h"
 #include "DetectionEngine/scoring/Spooficity.h"
+#include "DetectionEngine/scoring/TextMeasures.h"
 #include "DetectionEngine/scoring/UrlMethods.h"
 #include "DetectionEngine/scoring/ValueMethods.h"
-#include "DetectionEngine/server/ImageMatcher.h"
 
 namespace zeph {
 namespace {

@@ -7,7 +7,7 @@
 #include <map>
 #include <string_view>
 
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/base/DebugLog.h"
 
 namespace zeph {
 namespace {

@@ -6,11 +6,11 @@
 #include <optional>
 #include <string>
 
-#include "DetectionEngine/engine/DebugLog.h"
-#include "DetectionEngine/platform/CharacterClass.h"
-#include "DetectionEngine/platform/FindAnyOf.h"
-#include "DetectionEngine/url/HostMatching.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/base/DebugLog.h"
+#include "DetectionEngine/configuration/HostMatching.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/FindAnyOf.h"
+#include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/url/UrlAnalyzer.h"
 #include "DetectionEngine/url/UrlParser.h"
 

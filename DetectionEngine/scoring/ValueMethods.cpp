@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "DetectionEngine/configuration/Md5Hex.h"
-#include "DetectionEngine/engine/SettingsStore.h"
-#include "DetectionEngine/url/Similarity.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/base/Md5Hex.h"
+#include "DetectionEngine/base/SettingsStore.h"
+#include "DetectionEngine/text/Similarity.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 namespace {

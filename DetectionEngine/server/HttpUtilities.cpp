@@ -6,7 +6,7 @@
 #include <future>
 #include <thread>
 
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/HttpPost.h"
 

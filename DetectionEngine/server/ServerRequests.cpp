@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "DetectionEngine/server/ServerRequests.h"
 
-#include "DetectionEngine/configuration/Cipher.h"
-#include "DetectionEngine/configuration/StringTable.h"
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/base/Cipher.h"
+#include "DetectionEngine/base/DebugLog.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/server/HttpUtilities.h"
 

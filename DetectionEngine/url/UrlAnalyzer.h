@@ -14,9 +14,9 @@
 #include <string_view>
 
 #include "DetectionEngine/configuration/TokenTable.h"
+#include "DetectionEngine/text/WordSet.h"
 #include "DetectionEngine/url/UrlRecord.h"
 #include "DetectionEngine/url/UrlTokenizer.h"
-#include "DetectionEngine/url/WordSet.h"
 
 namespace zeph {
 

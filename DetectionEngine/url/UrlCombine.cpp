@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/url/UrlCracker.h"
 #include "DetectionEngine/url/UrlParser.h"
 

@@ -6,9 +6,9 @@
 #include <charconv>
 #include <initializer_list>
 
-#include "DetectionEngine/platform/CharacterClass.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/platform/FindAnyOf.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/FindAnyOf.h"
 
 namespace zeph {
 

@@ -4,13 +4,13 @@
 #include <algorithm>
 #include <optional>
 
-#include "DetectionEngine/configuration/StringTable.h"
-#include "DetectionEngine/engine/DebugLog.h"
-#include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/base/DebugLog.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/platform/FindAnyOf.h"
 #include "DetectionEngine/platform/Idn.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/FindAnyOf.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

@@ -7,9 +7,9 @@
 #include <iterator>
 #include <utility>
 
-#include "DetectionEngine/platform/CharacterClass.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/url/UrlCracker.h"
 
 namespace zeph {

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "DetectionEngine/url/FixedTokens.h"
+#include "DetectionEngine/configuration/FixedTokens.h"
+#include "DetectionEngine/text/WordSet.h"
 #include "DetectionEngine/url/UrlRecord.h"
-#include "DetectionEngine/url/WordSet.h"
 
 namespace zeph {
 

@@ -5,7 +5,7 @@
 #include <iostream>
 #include <string>
 
-#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/server/ServerRequests.h"
 

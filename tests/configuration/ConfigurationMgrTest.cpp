@@ -4,8 +4,8 @@
 #include <regex>
 #include <thread>
 
-#include "DetectionEngine/configuration/DataFolder.h"
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/base/DataFolder.h"
+#include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
 #include "DetectionEngine/platform/SettingsHive.h"

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "DetectionEngine/base/Cipher.h"
 #include "DetectionEngine/configuration/Cabinet.h"
-#include "DetectionEngine/configuration/Cipher.h"
 #include "DetectionEngine/configuration/ConfigurationMgr.h"
 #include "DetectionEngine/configuration/MemoryFileWriter.h"
 #include "DetectionEngine/configuration/Pack.h"

@@ -6,9 +6,9 @@
 #include <gtest/gtest.h>
 
 #include "DetectionEngine/configuration/TagIndex.h"
-#include "DetectionEngine/platform/CharacterClass.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "DetectionEngine/configuration/TokenTable.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 namespace {

@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include "TestPaths.h"
 #include "documents/html/Decoder.h"
 #include "documents/html/TreeBuilder.h"
 #include "documents/html/TreePrinter.h"
@@ -87,7 +88,6 @@ class ParseOracle : public testing::Test {
 const std::vector<std::string>& HandWritten() {
   static const std::vector<std::string> pages = {
 #include "tests/documents/ParseOraclePages.inc"
-#include "TestPaths.h"
   };
   return pages;
 }

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "DetectionEngine/DetectionEngine.h"
-#include "DetectionEngine/configuration/ModuleTexts.h"
+#include "DetectionEngine/base/ModuleTexts.h"
+#include "DetectionEngine/base/SettingsStore.h"
 #include "DetectionEngine/engine/ProcessState.h"
-#include "DetectionEngine/engine/SettingsStore.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "tests/platform/TestFolders.h"
 

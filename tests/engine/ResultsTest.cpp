@@ -5,8 +5,8 @@
 #include <limits>
 #include <optional>
 
-#include "DetectionEngine/configuration/Md5Hex.h"
-#include "DetectionEngine/configuration/TimeStamp.h"
+#include "DetectionEngine/base/Md5Hex.h"
+#include "DetectionEngine/base/TimeStamp.h"
 #include "DetectionEngine/engine/Results.h"
 #include "DetectionEngine/engine/WarningMemory.h"
 #include "DetectionEngine/url/UrlParser.h"

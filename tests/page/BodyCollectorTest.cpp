@@ -3,7 +3,7 @@
 #include <random>
 
 #include "DetectionEngine/page/BodyCollector.h"
-#include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/text/CharacterClass.h"
 #include "tests/page/Pages.h"
 
 namespace zeph {

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "DetectionEngine/page/FormTextScanner.h"
-#include "DetectionEngine/platform/CharacterClass.h"
+#include "DetectionEngine/text/CharacterClass.h"
 
 namespace zeph {
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include "DetectionEngine/configuration/Md5Hex.h"
-#include "DetectionEngine/configuration/ModuleTexts.h"
-#include "DetectionEngine/engine/SettingsStore.h"
+#include "DetectionEngine/base/Md5Hex.h"
+#include "DetectionEngine/base/ModuleTexts.h"
+#include "DetectionEngine/base/SettingsStore.h"
 #include "DetectionEngine/scoring/ValueMethods.h"
 #include "tests/platform/TestFolders.h"
 #include "tests/scoring/ScoringFixture.h"

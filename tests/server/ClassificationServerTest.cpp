@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
 #include "DetectionEngine/server/ServerRequests.h"

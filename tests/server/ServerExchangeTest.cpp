@@ -9,9 +9,9 @@
 
 #include <gtest/gtest.h>
 
-#include "DetectionEngine/configuration/Cipher.h"
-#include "DetectionEngine/configuration/StringTable.h"
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/base/Cipher.h"
+#include "DetectionEngine/base/DebugLog.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/SettingsHive.h"
 #include "DetectionEngine/server/HttpUtilities.h"

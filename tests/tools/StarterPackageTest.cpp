@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "DetectionEngine/DetectionEngine.h"
+#include "DetectionEngine/configuration/HostMatching.h"
 #include "DetectionEngine/configuration/TextSources.h"
 #include "DetectionEngine/engine/ClassificationDriver.h"
 #include "DetectionEngine/platform/CodePage.h"
@@ -23,12 +24,11 @@
 #include "DetectionEngine/scoring/IndicatorRunner.h"
 #include "DetectionEngine/scoring/Method.h"
 #include "DetectionEngine/scoring/Spooficity.h"
-#include "DetectionEngine/url/HostMatching.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/url/UrlParser.h"
+#include "TestPaths.h"
 #include "tools/zeph/Common.h"
 #include "tools/zeph/Pages.h"
-#include "TestPaths.h"
 
 namespace zeph {
 namespace {

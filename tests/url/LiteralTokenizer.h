@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "DetectionEngine/configuration/TokenTable.h"
-#include "DetectionEngine/platform/CharacterClass.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/CharacterClass.h"
+#include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/url/UrlCracker.h"
 #include "DetectionEngine/url/UrlRecord.h"
 

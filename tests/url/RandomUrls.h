@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "DetectionEngine/url/Text.h"
+#include "DetectionEngine/text/Text.h"
 
 namespace zeph {
 

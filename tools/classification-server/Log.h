@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/base/DebugLog.h"
 
 namespace zeph::server {
 

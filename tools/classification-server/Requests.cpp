@@ -4,8 +4,8 @@
 #include <charconv>
 #include <map>
 
-#include "DetectionEngine/configuration/Cipher.h"
-#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/base/Cipher.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/platform/CodePage.h"
 
 namespace zeph::server {

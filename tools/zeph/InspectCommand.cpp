@@ -2,7 +2,7 @@
 #include <iomanip>
 #include <sstream>
 
-#include "DetectionEngine/configuration/StringTable.h"
+#include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/engine/PageReading.h"
 #include "DetectionEngine/page/BrandCounts.h"
 #include "DetectionEngine/platform/CodePage.h"

@@ -3,8 +3,8 @@
 #include <fstream>
 
 #include "DetectionEngine/DetectionEngine.h"
+#include "DetectionEngine/base/DataFolder.h"
 #include "DetectionEngine/configuration/Cabinet.h"
-#include "DetectionEngine/configuration/DataFolder.h"
 #include "DetectionEngine/configuration/MemoryFileWriter.h"
 #include "DetectionEngine/configuration/Pack.h"
 #include "DetectionEngine/configuration/TextSources.h"

@@ -5,8 +5,8 @@
 #include <iomanip>
 #include <sstream>
 
-#include "DetectionEngine/configuration/ModuleTexts.h"
-#include "DetectionEngine/engine/DebugLog.h"
+#include "DetectionEngine/base/DebugLog.h"
+#include "DetectionEngine/base/ModuleTexts.h"
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/SettingsHive.h"
