@@ -197,6 +197,8 @@ TEST(IdnToAscii, MapsAsBrowsersDo) {
       {u"\u4F8B\u3002test", u"xn--fsq.test"},
       {u"\uFF41\uFF42.test", u"ab.test"},
       {u"p\u0430ypal.test", u"xn--pypal-4ve.test"},
+      {u"-.\u00FC_b.test", u"-.xn--_b-wka.test"},
+      {u"i\u2764.ws", u"xn--i-7iq.ws"},
       {u"b\u00FC\uFF0Fbank.test", u""},
       {u"b\u00FC\uFF20bank.test", u""},
       {u"a/\u00FC.test", u""},
