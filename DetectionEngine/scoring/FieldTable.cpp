@@ -7,6 +7,7 @@
 #include "DetectionEngine/configuration/Configuration.h"
 #include "DetectionEngine/page/BrandCounts.h"
 #include "DetectionEngine/scoring/FieldValue.h"
+#include "DetectionEngine/scoring/RowsByNumber.h"
 
 namespace zeph {
 namespace {
@@ -38,7 +39,7 @@ constexpr bool kCounts = true;  // the column "counts" of the rows that have it
 }  // namespace
 
 // clang-format off
-constexpr std::array<Field, 34> kFields = {{
+constexpr std::array<Field, 33> kFields = {{
     {0, "UrlScheme", kText, "scheme of the page's URL",
      [](PageData& page, FieldValue& out) { out.text = page.url.Scheme; }},
     {1, "UrlPassword", kText, "password in the URL",
@@ -97,7 +98,6 @@ constexpr std::array<Field, 34> kFields = {{
      [](PageData& page, FieldValue& out) { out.number = SizeOf(page.images.sources); }},
     {25, "BackgroundExtension", kText, "extension of the body's background image, lower case",
      [](PageData& page, FieldValue& out) { out.text = page.all.bodyBackgroundExtension; }},
-    {26, "Unused26", kNone, "", nullptr},
     {27, "UrlExtension", kText, "extension of the file that the URL names, lower case",
      [](PageData& page, FieldValue& out) { out.text = page.url.FileExtension; }},
     {28, "LinkText", kText, "text of all links, lower case",
@@ -117,15 +117,31 @@ constexpr std::array<Field, 34> kFields = {{
 
 namespace {
 
-constexpr bool EveryRowHasItsNumber() {
-  for (std::size_t row = 0; row < kFields.size(); ++row) {
-    if (kFields[row].number != row) return false;
-  }
-  return true;
-}
-static_assert(EveryRowHasItsNumber());
+constexpr RowsByNumber<34> kByNumber(kFields);
 
 }  // namespace
+
+const Field* FindField(std::uint32_t number) noexcept { return kByNumber.Find(kFields, number); }
+
+std::string_view KindName(FieldKind kind) noexcept {
+  switch (kind) {
+    case kNone:
+      return "none";
+    case kNumber:
+      return "number";
+    case kList:
+      return "list";
+    case kText:
+      return "text";
+    case kFlag:
+      return "flag";
+    case kNumbers:
+      return "numbers";
+    case kNumberWithText:
+      return "number with text";
+  }
+  return "";
+}
 
 void ReadField(PageData& pageData, const Field& field, FieldValue& value) {
   value.Clear();

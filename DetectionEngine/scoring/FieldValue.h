@@ -21,6 +21,17 @@ enum class FieldKind : std::int32_t {
   kNumberWithText = 6,
 };
 
+inline constexpr FieldKind kFieldKinds[] = {FieldKind::kNumber, FieldKind::kList,    FieldKind::kText,
+                                            FieldKind::kFlag,   FieldKind::kNumbers, FieldKind::kNumberWithText};
+
+/// A set of kinds of field.
+using FieldKinds = std::uint32_t;
+inline constexpr FieldKinds kNoField = 0;
+[[nodiscard]] constexpr FieldKinds Only(FieldKind kind) noexcept { return FieldKinds{1} << static_cast<unsigned>(kind); }
+
+/// The name of a kind, for people who write rules.
+[[nodiscard]] std::string_view KindName(FieldKind kind) noexcept;
+
 /// The value of one field, made anew for each expression. Texts are lent by the page's data.
 struct FieldValue {
   FieldKind kind = FieldKind::kNone;
@@ -47,18 +58,16 @@ struct Field {
   std::string_view name;
   FieldKind kind;
   std::string_view summary;              ///< one line, for people who write rules
-  void (*read)(PageData&, FieldValue&);  ///< null: the field has no value
+  void (*read)(PageData&, FieldValue&);
   /// Reading it counts, once, what other fields and methods then see; so it is read also where nobody looks at it.
   bool counts = false;
 };
 
-/// All fields, row i having number i.
-extern const std::array<Field, 34> kFields;
+/// All fields, in the order of their numbers, one of which no field has.
+extern const std::array<Field, 33> kFields;
 
-/// The field of a number, or null when there is none or it has no value.
-[[nodiscard]] inline const Field* FindField(std::uint32_t number) noexcept {
-  return number < kFields.size() && kFields[number].read != nullptr ? &kFields[number] : nullptr;
-}
+/// The field of a number, or null when there is none.
+[[nodiscard]] const Field* FindField(std::uint32_t number) noexcept;
 
 /// Makes the value anew, from the page's data as they stand now. Fields that show a brand count compute it on first
 /// use. A value may be used again and again, for what room it has.

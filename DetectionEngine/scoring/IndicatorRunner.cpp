@@ -30,6 +30,14 @@ constexpr std::array<ValueTypeRow, 4> kValueTypes = {{
     {kValueSiteList, "site list", "the number of a list of sites"},
 }};
 
+constexpr std::array<StageRow, 5> kStages = {{
+    {0, "url", "sees the URL"},
+    {7, "url-client", "sees the URL and the answers of stage url; not for pages on a server"},
+    {1, "forms", "sees the page's forms and its first counts"},
+    {2, "forms-more", "sees the same, and the answers of stage forms"},
+    {3, "page", "sees all of the page"},
+}};
+
 /// Answers the expressions of the rules of one stage.
 class Interpreter {
  public:
@@ -73,7 +81,7 @@ class Interpreter {
 
   void Read(const IndicatorExpression& expression, const Method* method) {
     const Field* const field = FindField(expression.FieldID);
-    if (field != nullptr && (field->counts || (method != nullptr && method->readsField))) {
+    if (field != nullptr && (field->counts || (method != nullptr && method->ReadsField()))) {
       ReadField(pageData_, *field, value_);
     } else if (value_.kind != FieldKind::kNone) {
       value_.Clear();
@@ -109,6 +117,8 @@ bool IsOn(const RuleAnswers& answers, std::uint32_t operatorId) {
 }
 
 std::span<const Operator> Operators() noexcept { return kOperators; }
+
+std::span<const StageRow> Stages() noexcept { return kStages; }
 
 std::span<const ValueTypeRow> ValueTypes() noexcept { return kValueTypes; }
 

@@ -62,4 +62,13 @@ struct ValueTypeRow {
 
 [[nodiscard]] std::span<const ValueTypeRow> ValueTypes() noexcept;
 
+/// When a rule runs. The driver runs the stages in the order of the rows.
+struct StageRow {
+  std::uint32_t number;  ///< Category; written in packages, never renumber
+  std::string_view name;
+  std::string_view summary;  ///< one line, for people who write rules
+};
+
+[[nodiscard]] std::span<const StageRow> Stages() noexcept;
+
 }  // namespace zeph

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "DetectionEngine/configuration/HostMatching.h"
+#include "DetectionEngine/configuration/NamedLists.h"
 #include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/text/TextHash.h"
 #include "DetectionEngine/url/UrlParser.h"
@@ -17,9 +18,6 @@ namespace {
 
 /// What a text matched, lent by the configuration; nothing when it matched nothing.
 using Match = std::optional<std::u16string_view>;
-
-/// The value that names the block list.
-constexpr std::int32_t kBlockListNumber = 7;
 
 bool MatchesBlocked(const UrlRecord& url, const NetLocation& entry) {
   switch (entry.Type) {
@@ -36,21 +34,9 @@ bool MatchesBlocked(const UrlRecord& url, const NetLocation& entry) {
 
 /// The list of hosts that a number names, or null.
 const NetLocationList* HostList(std::int32_t number, const Configuration& configuration) {
-  switch (number) {
-    case 0:
-    case 1:
-      return &configuration.TrustedDomains;
-    case 2:
-      return &configuration.PopularSites;
-    case 3:
-      return &configuration.WebHostingSites;
-    case 5:
-      return &configuration.SearchServices;
-    case 6:
-      return &configuration.ExceptionDomains;
-    default:
-      return nullptr;
-  }
+  const NamedList* const list = FindNamedList(number);
+  if (list == nullptr || list->sites == nullptr || number == kBlockListNumber) return nullptr;
+  return &(configuration.*list->sites);
 }
 
 Match FindInItems(std::u16string_view host, const ExpressionValue& value) {

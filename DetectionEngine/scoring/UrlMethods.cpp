@@ -8,6 +8,7 @@
 
 #include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/configuration/HostMatching.h"
+#include "DetectionEngine/configuration/NamedLists.h"
 #include "DetectionEngine/text/CharacterClass.h"
 #include "DetectionEngine/text/FindAnyOf.h"
 #include "DetectionEngine/text/Text.h"
@@ -16,10 +17,6 @@
 
 namespace zeph {
 namespace {
-
-/// The numbers by which a rule names a tag index, and the safe list.
-enum TagListNumber : std::int32_t { kUrlTags = 8, kTitleTags = 9, kContentTags = 11 };
-constexpr std::int32_t kSafeListNumber = 4;
 
 /// Off, and the URL looked at; then whether there is a table to score it by.
 bool BeginScore(const UrlRecord& url, const Configuration& configuration, IndicatorResult& result) {
@@ -79,21 +76,18 @@ bool HoldsScript(std::u16string_view url) noexcept {
 IndicatorResult BrandTagFound(const FieldValue& field, const ExpressionValue& value,
                               const Configuration& configuration) {
   const std::int32_t number = value.prepared.number;
-  const TagIndex* index = &configuration.TitleTagIndex;
-  TagForm form = TagForm::kWord;
-  if (number == kUrlTags) {
-    index = &configuration.UrlTagIndex;
-    form = TagForm::kUrl;
-  } else if (number == kContentTags) {
-    index = &configuration.ContentTagIndex;
-  } else if (number != kTitleTags) {
+  const NamedList* list = FindNamedList(number);
+  if (list == nullptr || list->tags == nullptr) {
     LogLine(
         "*** PLEASE NOTE: HasTrustedBrandTag::RunFastTagSearch",
         [&] { return "default case: PARAMETERID(" + std::to_string(number) + ")"; }, kLogError);
+    list = FindNamedList(kTitleTagsNumber);
   }
+  const TagIndex& index = configuration.*list->tags;
+  const TagForm form = list->tags == &Configuration::UrlTagIndex ? TagForm::kUrl : TagForm::kWord;
   IndicatorResult result;
   const auto look = [&](std::u16string_view text) {
-    const std::optional<std::u16string_view> domain = index->FindTag(text, form);
+    const std::optional<std::u16string_view> domain = index.FindTag(text, form);
     result.on = domain.has_value();
     if (result.on) result.matchText.Lend(*domain);
     return result.on;

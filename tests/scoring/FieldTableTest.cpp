@@ -127,7 +127,6 @@ TEST(FieldTable, EachNumberShowsItsMember) {
   };
   const Configuration configuration = WithBank();
   PageData page = FilledPage(configuration);
-  ASSERT_EQ(kFields.size(), expected.size());
   for (std::uint32_t field = 0; field < expected.size(); ++field) {
     EXPECT_EQ(Shown(GetFieldValue(page, field)), expected[field]) << "field " << field;
     EXPECT_EQ(FindField(field) == nullptr, expected[field] == "none") << "field " << field;

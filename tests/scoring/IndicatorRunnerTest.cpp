@@ -164,14 +164,43 @@ TEST(RunStage, ARuleWithoutAKnownMethodHasNoWeight) {
   EXPECT_EQ(spooficity, 0.5F);
 }
 
-TEST(MethodTable, HasNoMethodForTheNumbersThatHaveNone) {
-  for (std::uint32_t number = 0; number < 70; ++number) {
-    const bool none = number == 7 || number == 20 || number == 21 || (number >= 29 && number <= 42) || number == 53 ||
-                      number == 56 || number == 62 || number > 65;
-    EXPECT_EQ(FindMethod(number) == nullptr, none) << number;
-    if (!none) {
-      EXPECT_FALSE(kMethods[number].summary.empty()) << number;
+TEST(MethodTable, AnswersWhereItsRowSaysAndNowhereElse) {
+  constexpr std::uint32_t kEqualAndNoted = 51;  // as EqualToValue, and writes into the user's settings
+  World world;
+  TrustedDomainInfo& bank = world.configuration.TrustedDomainInfos[u"bank.test"];
+  bank.UT = bank.TT = bank.CT = {u"bank"};
+  world.configuration.TrustedDomains.Entries.push_back({kDomain, u"bank.test", {}, 0, {}});
+  world.configuration.SafeList.Add({kDomain, u"bank.test", {}, 0, {}});
+  world.configuration.BuildIndexes();
+  const FieldValue fields[] = {NumberField(9),       ListField({u"bank.test"}), TextField(u"bank.test"),
+                               FlagField(true),      NumbersField({9}),         NumberWithTextField(9, u"bank.test"),
+                               FieldValue{}};
+  for (const Method& method : kMethods) {
+    if (!method.ReadsField() || method.number == kEqualAndNoted) continue;
+    EXPECT_EQ(FindMethod(method.number), &method);
+    std::size_t answered = 0;  // bit i: a reading of number i was on
+    for (const FieldValue& field : fields) {
+      for (const std::uint32_t type : {0U, 1U, 2U, 3U, 4U}) {
+        for (const char16_t* const value : {u"0", u"4", u"8", u"9", u"10", u"bank", u"bank.test", u"1,bank", u"test"}) {
+          if (!world.Run(method.number, field, Prepared(type, value)).on) continue;
+          std::size_t readings = 0;
+          for (std::size_t i = 0; i < method.readings.size(); ++i) {
+            const Reading& reading = method.readings[i];
+            const bool takesType = !reading.bindsType || FormRow(reading.value).type == type;
+            if (field.kind != FieldKind::kNone && (reading.fields & Only(field.kind)) != 0 && takesType) readings |= 1U << i;
+          }
+          EXPECT_NE(readings, 0U) << method.name << " on " << KindName(field.kind) << ", type " << type << ", "
+                                  << Narrow(value);
+          answered |= readings;
+        }
+      }
     }
+    for (std::size_t i = 0; i < method.readings.size(); ++i) {
+      EXPECT_TRUE(method.readings[i].value == ValueForm::kNone || (answered >> i & 1U) != 0) << method.name << ' ' << i;
+    }
+  }
+  for (const std::uint32_t none : {7U, 20U, 29U, 42U, 53U, 62U, 66U, 255U, 0xFFFFFFFFU}) {
+    EXPECT_EQ(FindMethod(none), nullptr) << none;
   }
 }
 

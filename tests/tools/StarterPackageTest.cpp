@@ -248,7 +248,7 @@ TEST_F(StarterPackage, RulesNameWhatExists) {
     for (const IndicatorExpression& expression : indicator.Rule.Expressions) {
       const Method* const method = FindMethod(expression.MethodID);
       ASSERT_NE(method, nullptr) << expression.MethodID;
-      EXPECT_TRUE(!method->readsField || FindField(expression.FieldID) != nullptr) << expression.FieldID;
+      EXPECT_TRUE(!method->ReadsField() || FindField(expression.FieldID) != nullptr) << expression.FieldID;
       const bool namesOne = expression.MethodID == kNotFired || expression.MethodID == kFired;
       std::vector<std::int32_t> named;
       if (namesOne) named = {expression.ExpressionValue.prepared.number};

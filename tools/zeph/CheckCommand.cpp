@@ -199,7 +199,7 @@ std::string ExpressionInWords(const IndicatorExpression& expression) {
   }
   const Method* const method = FindMethod(expression.MethodID);
   if (method == nullptr) return "unknown method";
-  const Field* const field = method->readsField ? FindField(expression.FieldID) : nullptr;
+  const Field* const field = method->ReadsField() ? FindField(expression.FieldID) : nullptr;
   return (field != nullptr ? std::string(field->name) + " " : "") + std::string(method->name);
 }
 
