@@ -13,6 +13,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include "TestPaths.h"
 
 #include "TestPaths.h"
 #include "documents/html/Decoder.h"
