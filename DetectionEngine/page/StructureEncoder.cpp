@@ -16,7 +16,7 @@ using enum MarkupTag;
 
 constexpr TagMarks kEndsUnread = ClosingTag(kSelect) | ClosingTag(kTextarea) | ClosingTag(kScript) | ClosingTag(kStyle);
 constexpr TagMarks kParagraphTags = AnyTag(kUl) | AnyTag(kOl) | AnyTag(kP);
-constexpr TagMarks kLineTags = OpeningTag(kTr) | OpeningTag(kLi) | AnyTag(kDiv);
+constexpr TagMarks kLineTags = AnyTag(kTr) | OpeningTag(kLi) | AnyTag(kDiv);
 constexpr TagMarks kBeginsUnread = OpeningTag(kScript) | OpeningTag(kStyle);
 
 /// The letters of an INPUT tag by its type; the first row that applies counts.

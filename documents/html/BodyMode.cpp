@@ -204,6 +204,7 @@ bool TreeBuilder::StartTagInBody(Token& token) {
       token.name = kImg;
       return StartTagInBody(token);
     case kInput: {
+      if (InScope(kSelect)) PopUntil({kSelect});
       Reconstruct();
       InsertVoid(token);
       const NodeId node = static_cast<NodeId>(tree_.nodes.size() - 1);
@@ -217,6 +218,7 @@ bool TreeBuilder::StartTagInBody(Token& token) {
       return true;
     case kHr:
       CloseParagraphInButtonScope();
+      if (InScope(kSelect)) ImplyEndTags();
       InsertVoid(token);
       framesetOk_ = false;
       return true;
@@ -239,25 +241,21 @@ bool TreeBuilder::StartTagInBody(Token& token) {
       if (noscriptIsText_) return TextElement(token, TextMode::kRawText);
       break;
     case kSelect:
+      if (InScope(kSelect)) {  // a second one only ends the first
+        PopUntil({kSelect});
+        return true;
+      }
       Reconstruct();
       Insert(token);
       framesetOk_ = false;
-      switch (mode_) {
-        case Mode::kInTable:
-        case Mode::kInCaption:
-        case Mode::kInTableBody:
-        case Mode::kInRow:
-        case Mode::kInCell:
-          mode_ = Mode::kInSelectInTable;
-          break;
-        default:
-          mode_ = Mode::kInSelect;
-          break;
-      }
       return true;
     case kOptgroup:
     case kOption:
-      if (Top().key == kOption) Pop();
+      if (InScope(kSelect)) {
+        ImplyEndTags(token.name == kOption ? kOptgroup : kKnownCount);
+      } else if (Top().key == kOption) {
+        Pop();
+      }
       Reconstruct();
       Insert(token);
       return true;
@@ -336,6 +334,7 @@ bool TreeBuilder::EndTagInBody(Token& token) {
     case kPre:
     case kSearch:
     case kSection:
+    case kSelect:
     case kSummary:
     case kUl:
       if (!InScope(token.name)) return true;

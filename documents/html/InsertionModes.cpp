@@ -130,10 +130,6 @@ bool TreeBuilder::Dispatch(Mode mode, Token& token) {
       return InRow(token);
     case Mode::kInCell:
       return InCell(token);
-    case Mode::kInSelect:
-      return InSelect(token);
-    case Mode::kInSelectInTable:
-      return InSelectInTable(token);
     case Mode::kInTemplate:
       return InTemplate(token);
     case Mode::kAfterBody:

@@ -276,7 +276,6 @@ void TreeBuilder::MakeRoom() {
     case kTr:
     case kTd:
     case kTh:
-    case kSelect:
     case kTemplate:
       ResetMode();
       break;
@@ -306,14 +305,6 @@ bool TreeBuilder::AnyInTableScope(std::initializer_list<NameId> names) const {
     const std::uint32_t key = open_[i].key;
     if (std::ranges::find(names, key) != names.end()) return true;
     if (key == kTable || key == kTemplate || key == kHtml) return false;
-  }
-  return false;
-}
-
-bool TreeBuilder::InSelectScope(NameId name) const {
-  for (std::size_t i = open_.size(); i-- > 0;) {
-    if (open_[i].key == name) return true;
-    if (open_[i].key != kOptgroup && open_[i].key != kOption) return false;
   }
   return false;
 }
@@ -349,16 +340,6 @@ void TreeBuilder::CloseCell() {
 void TreeBuilder::ResetMode() {
   for (std::size_t i = open_.size(); i-- > 0;) {
     switch (open_[i].key) {
-      case kSelect:
-        for (std::size_t j = i; j-- > 1;) {
-          if (open_[j].key == kTemplate) break;
-          if (open_[j].key == kTable) {
-            mode_ = Mode::kInSelectInTable;
-            return;
-          }
-        }
-        mode_ = Mode::kInSelect;
-        return;
       case kTd:
       case kTh:
         mode_ = Mode::kInCell;

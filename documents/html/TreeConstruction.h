@@ -4,7 +4,7 @@
 //   TreeBuilder.cpp     nodes, the stack of open elements, the list of active formatting elements, ParseTree
 //   InsertionModes.cpp  the road of a token; the modes around the body; templates, framesets, SVG and MathML
 //   BodyMode.cpp        the mode of a page's body
-//   TableModes.cpp      tables, their parts, SELECT
+//   TableModes.cpp      tables and their parts
 #pragma once
 
 #include <algorithm>
@@ -40,8 +40,6 @@ enum class Mode : std::uint8_t {
   kInTableBody,
   kInRow,
   kInCell,
-  kInSelect,
-  kInSelectInTable,
   kInTemplate,
   kAfterBody,
   kInFrameset,
@@ -124,8 +122,6 @@ class TreeBuilder {
   bool InTableBody(Token& token);
   bool InRow(Token& token);
   bool InCell(Token& token);
-  bool InSelect(Token& token);
-  bool InSelectInTable(Token& token);
   bool InTemplate(Token& token);
   bool AfterBody(Token& token);
   bool InFrameset(Token& token);
@@ -204,7 +200,6 @@ class TreeBuilder {
   [[nodiscard]] bool IsOpen(NameId name) const { return name < name::kKnownCount && counts_[name] != 0; }
   [[nodiscard]] bool InScope(NameId name, unsigned boundaries = kScope) const;
   [[nodiscard]] bool AnyInTableScope(std::initializer_list<NameId> names) const;
-  [[nodiscard]] bool InSelectScope(NameId name) const;
   /// Closes elements down to the innermost of those named, it included; nothing when there is none.
   void PopUntil(std::initializer_list<NameId> names);
   /// Closes elements down to the innermost of those named, which stays, or to the root.

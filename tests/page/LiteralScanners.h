@@ -241,7 +241,7 @@ class LiteralStructureEncoder {
       if (structure.size() >= 2) Add(u"nn");
       return;
     }
-    if (Holds({u"<TR>", u"<TR ", u"<LI>", u"<LI ", u"<DIV>", u"<DIV ", u"</DIV>"})) {
+    if (Holds({u"<TR>", u"<TR ", u"</TR>", u"<LI>", u"<LI ", u"<DIV>", u"<DIV ", u"</DIV>"})) {
       if (structure.size() >= 2) Add(u"n");
       return;
     }
