@@ -10,6 +10,9 @@ namespace zeph::detail {
 
 namespace {
 
+/// Blanks at which no line is broken: the C library counts them with the visible characters.
+constexpr bool IsNoBreakBlank(std::size_t c) noexcept { return c == 0x00A0 || c == 0x2007 || c == 0x202F; }
+
 std::unique_ptr<const CharacterTable> MakeTable() {
   auto table = std::make_unique<CharacterTable>();
   const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
@@ -22,7 +25,7 @@ std::unique_ptr<const CharacterTable> MakeTable() {
     table->lower[i] = static_cast<char16_t>(towlower_l(c, unicode));
     unsigned bits = 0;
     if (i >= '0' && i <= '9') bits |= kDigitBit;
-    if (iswspace_l(c, unicode) != 0) bits |= kSpaceBit;
+    if (iswspace_l(c, unicode) != 0 || IsNoBreakBlank(i)) bits |= kSpaceBit;
     if (iswalpha_l(c, unicode) != 0) bits |= kAlphaBit;
     if (iswupper_l(c, unicode) != 0) bits |= kUpperBit;
     table->classes[i] = static_cast<std::uint8_t>(bits);

@@ -19,8 +19,9 @@ struct DecodedMarkup {
 };
 
 /// A page's bytes to text. The encoding is that of a byte order mark, else of charset (a label, as the transport named
-/// it; may be empty), else of a META in the first 1024 bytes, else UTF-8 if all bytes are valid so, else windows-1252.
-/// What is no character of the encoding becomes U+FFFD. O(length).
+/// it; may be empty), else UTF-16 if every second byte at the start is zero, else that of a META (one within the first
+/// 1024 bytes before a later one), else UTF-8 if all bytes are valid so, else windows-1252. What is no character of the
+/// encoding becomes U+FFFD, as the encoding standard has it. O(length).
 [[nodiscard]] DecodedMarkup DecodeMarkup(std::string_view bytes, std::string_view charset = {});
 
 }  // namespace zeph::html

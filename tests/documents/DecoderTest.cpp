@@ -40,7 +40,13 @@ TEST(Decoder, FindsTheEncodingAsBrowsersDo) {
       {"<p title='<meta charset=big5>'><meta charset=iso-8859-5>", "", "ISO-8859-5", ""},
       {"<meta charset=utf-16>\xC3\xA9", "", "UTF-8", ""},
       {"<meta charset=x-user-defined>\xE9", "", "windows-1252", ""},
-      {late + "<meta charset=koi8-r>", "", "UTF-8", ""},
+      {late + "<meta charset=koi8-r>", "", "KOI8-R", ""},
+      {late + "<meta charset=koi8-r>", "utf-8", "UTF-8", ""},
+      {late + "<script>x = '<meta charset=koi8-r>'</script><!-- <meta charset=big5> -->", "", "UTF-8", ""},
+      {"<\0p\0>\0a\0b\0c\0\xE9\0\x3D\xD8\0\xDE"s, "", "UTF-16LE", "<p>abc\xC3\xA9\xF0\x9F\x98\x80"},
+      {"\0<\0p\0>\0a\x04\x30"s, "", "UTF-16BE", "<p>a\xD0\xB0"},
+      {"<p>a\0b\0c\0d"s, "", "UTF-8", ""},
+      {"\0<\0p\0>\0a"s, "utf-8", "UTF-8", ""},
       {"<meta charset=", "", "UTF-8", ""},
       {"<script>hidden", "iso-2022-kr", "replacement", "\xEF\xBF\xBD"},
       {"\xE0\x80\xAF\xF0\x9F\x98<\xED\xA0\x80\xC0\x80", "utf8", "UTF-8",
@@ -75,6 +81,38 @@ TEST(Decoder, KnowsEveryEncodingOfTheStandard) {
        {"gb18030", "euc-jp", "iso-2022-jp", "iso-8859-8", "iso-8859-8-i", "windows-1255"}) {
     EXPECT_NE(DecodeMarkup("x", label).encoding, "UTF-8") << label;
     EXPECT_EQ(DecodeMarkup("x", label).text[0], u'x') << label;
+  }
+}
+
+TEST(Decoder, ReadsUnassignedBytesAsTheStandardHasThem) {
+  struct Row {
+    std::string_view charset, bytes, text;
+  };
+  const Row rows[] = {
+      {"windows-874", "\x81\xDB\xFC", "\xC2\x81\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"windows-1255", "\x81\xCA\xD9", "\xC2\x81\xD6\xBA\xEF\xBF\xBD"},
+      {"windows-1255", "\xF9\xD1", "\xD7\xA9\xD7\x81"},  // a letter and its mark stay two
+      {"iso-8859-8", "\xA1\xE0", "\xEF\xBF\xBD\xD7\x90"},
+      {"macintosh", "\xC6\xF0", "\xE2\x88\x86\xEF\xA3\xBF"},
+      {"x-mac-cyrillic", "\xFF", "\xE2\x82\xAC"},
+      {"koi8-u", "\xAE\xBE", "\xD1\x9E\xD0\x8E"},
+      {"gbk",
+       "\x80\xFF"
+       "a",
+       "\xE2\x82\xAC\xEF\xBF\xBD"
+       "a"},
+      // What is no character takes the byte behind it along, unless that is ASCII.
+      {"shift_jis",
+       "\x80\x81\xAD"
+       "A\x81<",
+       "\xC2\x80\xEF\xBF\xBD"
+       "A\xEF\xBF\xBD<"},
+      {"euc-kr", "\xC9\xA1P", "\xEF\xBF\xBDP"},
+      {"euc-jp", "\x8F\xA1\xA1P\x8F\xA2", "\xEF\xBF\xBDP\xEF\xBF\xBD"},
+  };
+  for (const Row& row : rows) {
+    const DecodedMarkup decoded = DecodeMarkup(row.bytes, row.charset);
+    EXPECT_EQ(Narrow({decoded.text.data(), decoded.text.size()}), row.text) << row.charset;
   }
 }
 
