@@ -40,7 +40,8 @@ TEST(BodyCollector, CountsWordsAndLineBreaks) {
 }
 
 TEST(BodyCollector, CountsLongTextsAsOneUnitAfterAnother) {
-  constexpr std::string_view kUnits[] = {"a", "b", " ", " ", "\\r", "\\n", "\\t", ".", "\\u3000", "\\u00e9", "c"};
+  constexpr std::string_view kUnits[] = {"a",   "b", " ",       " ",       "\\r", "\\n",
+                                         "\\t", ".", "\\u3000", "\\u00e9", "c",   "\\u00a0"};
   std::mt19937 random(3);
   for (int round = 0; round < 500; ++round) {
     const std::size_t plain = random() % 2 == 0 ? 8 : std::size(kUnits);  // ASCII alone, or all
@@ -59,6 +60,8 @@ TEST(BodyCollector, CountsLongTextsAsOneUnitAfterAnother) {
     ASSERT_EQ(body.lineBreakCount, breaks) << text;
   }
 }
+
+TEST(BodyCollector, NoBreakBlanksKeepWordsApart) { EXPECT_EQ(CollectText("a\\u00a0b\\u2007c\\u202fd").wordCount, 4); }
 
 TEST(BodyCollector, StatusIsThatOfTheTitle) {
   struct Row {
