@@ -63,10 +63,10 @@ TEST(RecordedPages, ShowWhatTheyAre) {
        0, -1, "login dense named-in-text"},
       {"payment-copy", u"GTnnnnTnnnnTnInnnnTnInnnnTnInnnnGnnnnTnnGGnnTnnTnnn",
        u" Email address  Password  Card number ", 6, 3, 600, "login dense extension address saved"},
-      {"web-mail", u"TIBnnTnnnTnTnTnTnTnnnnTnTnTnTnTnnTnnnnTnnnnTnTnnGTnnTnnn", u" Quillpost ", 0, 0, -1, "login mail"},
+      {"web-mail", u"TIBnnTnnnTnTnTnTnTnnnnTnTnnTnnTnnTnnnTnnnnTnnnnTnTnnGTnnTnnn", u" Quillpost ", 0, 0, -1, "login mail"},
       {"article", u"TIBnnnTnnTnnnnTnnGnnTnnnnTnnnnTnnGnnTnnnnnTnTnTnnnnnnTnnn", u" Search ", 0, 0, -1,
        "dense one-field image-area named-in-text"},
-      {"images-for-text", u"GGGnGGGnGGGnGGGnGGGnGInGIG", u"", 1, 0, -1, "login dense"},
+      {"images-for-text", u"GGGnnGGGnnGGGnnGGGnnGGGnnGInnGInG", u"", 1, 0, -1, "login dense"},
   };
   Configuration configuration;
   configuration.TrustedDomainInfos[u"paypal.com"].DT = {u"paypal.com", u"paypalobjects.com"};
