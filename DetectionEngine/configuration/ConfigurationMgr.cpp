@@ -265,6 +265,7 @@ bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
     if (packageBaseName_ != baseName) pair->configuration.ConfigBaseName = packageBaseName_;
     spare_ = KeptOf(Active()->configuration);
     SetActive(std::move(pair));
+    loadedPackage_ = file;
     loaded_ = true;
     return true;
   } catch (const std::exception& error) {
@@ -359,6 +360,11 @@ bool ConfigurationMgr::Refuse(const char* label, std::string_view text, std::str
   const std::lock_guard lock(changeLock_);
   lastFailure_ = why.empty() ? text : why;
   return false;
+}
+
+std::string ConfigurationMgr::LoadedPackage() const {
+  const std::lock_guard lock(changeLock_);
+  return loadedPackage_;
 }
 
 std::string ConfigurationMgr::LastFailure() const {

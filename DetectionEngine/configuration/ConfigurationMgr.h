@@ -62,6 +62,9 @@ class ConfigurationMgr {
   /// was, when it isn't fit.
   bool LoadPackage(std::u16string_view path);
 
+  /// The package that is in force, as a path; empty while none is. What Publish put there counts as the package before.
+  [[nodiscard]] std::string LoadedPackage() const;
+
   /// Why the last load that failed did, for people; empty when none has.
   [[nodiscard]] std::string LastFailure() const;
 
@@ -104,6 +107,7 @@ class ConfigurationMgr {
   Configuration spare_;            ///< what the spare slot keeps
   std::u16string packageBaseName_;
   std::string lastFailure_;
+  std::string loadedPackage_;
   std::thread loadThread_;
 
   std::mutex runLock_;  ///< held by Run while it loads

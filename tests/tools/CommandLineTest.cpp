@@ -118,6 +118,41 @@ TEST_F(CommandLine, ExplainsEveryIndicator) {
       R"([{"index":0,"evaluated":true,"on":true,"fieldText":"http://examplebank.evil.test/","matchText":"bank.example"}])");
 }
 
+TEST_F(CommandLine, TellsReasonsInSentencesStrongestFirst) {
+  const std::string sources = Sources();
+  const auto rule = [](const std::string& texts, const char* weight, const char* method, const char* value) {
+    return "<Indicator>\n" + texts + "<OnWeight>" + weight + "</OnWeight>\n<Category>0</Category>\n<Expression>\n<FieldID>3" +
+           "</FieldID>\n<MethodID>" + method + "</MethodID>\n<ValueType>1</ValueType>\n<Value>" + value +
+           "</Value>\n</Expression>\n</Indicator>\n";
+  };
+  WriteText(fs::path(sources) / "Indicators.xml",
+            "<Indicator>\n<Name>brand-in-host</Name>\n<TDPriority>1</TDPriority>\n<Category>0</Category>\n<Expression>\n"
+            "<FieldID>3</FieldID>\n<MethodID>3</MethodID>\n<ValueType>0</ValueType>\n<Value>8</Value>\n</Expression>\n"
+            "</Indicator>\n" +
+                rule("<Name>word</Name>\n<Sentence>the host says {match}, caf&#0233;&amp;co</Sentence>\n", "0.6", "6", "evil") +
+                rule("<Sentence>{brand} isn't here</Sentence>\n", "0.9", "26", "0") + rule("", "0.2", "6", "test") +
+                rule("<Name>quiet</Name>\n<Sentence>quiet</Sentence>\n", "0.99", "6", "quiet"));
+  const std::string wanted =
+      R"([{"rule":"rule 2","sentence":"Example Bank isn't here","evidence":"bank.example in examplebank.evil.test","weight":0.9,"without":0.27272725},)"
+      R"({"rule":"rule 3","sentence":"UrlHost Contains","evidence":"test in examplebank.evil.test","weight":0.2,"without":0.9310345},)"
+      R"({"rule":"word","sentence":"the host says evil, caf\u00e9&co","evidence":"evil in examplebank.evil.test","weight":0.6,"without":0.6923077}])";
+  ASSERT_EQ(Run("package build --sources sources --output memory.zip").status, 0);
+  ASSERT_EQ(Run("package build --sources sources --output pack.zip --format pack").status, 0);
+  for (const std::string from : {"--sources sources", "--package memory.zip", "--package pack.zip"}) {
+    const Ran ran = Run("check --json --explain " + from + " http://examplebank.evil.test/");
+    ASSERT_EQ(ran.Lines().size(), 1U) << ran.err;
+    const Json reasons = ran.Lines()[0]["reasons"];
+    ASSERT_EQ(reasons.size(), 3U) << from;
+    const Json expected = Json::parse(wanted);
+    for (std::size_t i = 0; i < reasons.size(); ++i) {
+      for (const char* text : {"rule", "sentence", "evidence"}) EXPECT_EQ(reasons[i][text], expected[i][text]) << from;
+      for (const char* number : {"weight", "without"}) {
+        EXPECT_NEAR(reasons[i][number].get<float>(), expected[i][number].get<float>(), 1e-4) << from << i << number;
+      }
+    }
+  }
+}
+
 TEST_F(CommandLine, KeepsTheOrderOfManyJobs) {
   std::string input;
   for (int i = 0; i < 500; ++i)

@@ -11,12 +11,12 @@
 #include "DetectionEngine/EngineResults.h"
 #include "DetectionEngine/engine/ClassificationDriver.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/scoring/Method.h"
 #include "DetectionEngine/scoring/Spooficity.h"
 #include "tools/zeph/Common.h"
 #include "tools/zeph/OrderedJobs.h"
 #include "tools/zeph/Pages.h"
 #include "tools/zeph/Privacy.h"
+#include "tools/zeph/Reasons.h"
 #include "tools/zeph/Records.h"
 
 namespace zeph {
@@ -115,7 +115,13 @@ std::u16string BrandOf(const Verdict& verdict) {
                                        : TopBrand(verdict.trace.pair->indicators, verdict.trace.results);
 }
 
-std::string JsonText(const std::string& input, const Verdict& verdict, bool explain) {
+std::vector<Reason> ReasonsOf(const Verdict& verdict, const std::vector<RuleText>& texts) {
+  return verdict.trace.pair == nullptr ? std::vector<Reason>()
+                                       : ReasonsFor(*verdict.trace.pair, verdict.trace.results, texts);
+}
+
+std::string JsonText(const std::string& input, const Verdict& verdict, bool explain,
+                     const std::vector<RuleText>& texts) {
   JsonWriter json;
   json.BeginObject();
   WriteMember(json, "input", input);
@@ -133,6 +139,7 @@ std::string JsonText(const std::string& input, const Verdict& verdict, bool expl
                   "matchText", result.matchText);
     }
     json.EndArray();
+    WriteMember(json, "reasons", ReasonsOf(verdict, texts));
   }
   json.EndObject();
   return json.Take();
@@ -155,27 +162,15 @@ std::string_view InWords(const Verdict& verdict) {
   }
 }
 
-constexpr std::size_t kShownText = 100;  ///< characters of a text that one line of an explanation shows
-
-/// A text on one line of a terminal: quoted, cut, control characters as blanks.
-std::string Shown(std::u16string_view text) {
-  std::u16string shown(text.substr(0, kShownText));
-  std::ranges::replace_if(
-      shown, [](char16_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }, u' ');
-  return "\"" + Narrow(shown) + (text.size() > kShownText ? "..." : "") + "\"";
-}
-
 std::string ShownWeight(float weight) {
   std::ostringstream text;
-  if (weight == kNoWeight) {
-    text << "-";
-  } else if (weight == 0.0F) {
+  if (weight == kWeightTrustworthy) {
     text << "trust";
-  } else if (weight == 1.0F) {
+  } else if (weight == kWeightSpoofing) {
     text << "spoof";
-  } else if (weight == -1.0F) {
+  } else if (weight == kWeightUnclassified) {
     text << "open";
-  } else if (weight == 1.2F) {
+  } else if (weight == kWeightScriptAttack) {
     text << "script";
   } else {
     text << std::fixed << std::setprecision(2) << weight;
@@ -183,59 +178,18 @@ std::string ShownWeight(float weight) {
   return text.str();
 }
 
-/// The methods that ask after another rule.
-constexpr std::uint32_t kEarlierRuleOff = 19;
-constexpr std::uint32_t kEarlierRuleOn = 26;
-
-bool AsksAfterRule(const IndicatorExpression& expression) noexcept {
-  return expression.MethodID == kEarlierRuleOff || expression.MethodID == kEarlierRuleOn;
-}
-
-/// "UrlHost BrandTagFound", or "not rule 4".
-std::string ExpressionInWords(const IndicatorExpression& expression) {
-  if (AsksAfterRule(expression)) {
-    return (expression.MethodID == kEarlierRuleOff ? "not rule " : "rule ") +
-           std::to_string(expression.ExpressionValue.prepared.number);
+/// Why, strongest first.
+void TellReasons(std::ostream& out, const std::vector<Reason>& reasons) {
+  if (reasons.empty()) {
+    out << "\n    no rule had anything to say\n";
+    return;
   }
-  const Method* const method = FindMethod(expression.MethodID);
-  if (method == nullptr) return "unknown method";
-  const Field* const field = method->ReadsField() ? FindField(expression.FieldID) : nullptr;
-  return (field != nullptr ? std::string(field->name) + " " : "") + std::string(method->name);
-}
-
-/// What a rule asks, in short.
-std::string RuleInWords(const IndicatorRule& rule) {
-  std::string words;
-  for (const IndicatorExpression& expression : rule.Expressions) {
-    if (!words.empty()) words += rule.OperatorID == 1 ? " or " : " and ";
-    words += ExpressionInWords(expression);
-    if (rule.OperatorID == 2) return "not " + words;
+  out << "\n    weight  without  because\n";
+  for (const Reason& reason : reasons) {
+    out << "    " << std::setw(6) << ShownWeight(reason.weight) << "  " << std::fixed << std::setw(7)
+        << std::setprecision(3) << reason.without << "  " << reason.sentence << " [" << reason.rule << "]\n";
+    if (!reason.evidence.empty()) out << "                     " << reason.evidence << '\n';
   }
-  return words;
-}
-
-/// The rules whose weight is in force, in order, with what they fired on.
-void ExplainRules(std::ostream& out, const Verdict& verdict) {
-  if (verdict.trace.pair == nullptr) return;
-  out << "\n    rule  weight  on what\n";
-  const auto& indicators = verdict.trace.pair->indicators.Entries;
-  bool any = false;
-  for (std::size_t i = 0; i < verdict.trace.results.size(); ++i) {
-    const IndicatorResult& result = verdict.trace.results[i];
-    const float weight = result.on ? indicators[i].OnWeight : indicators[i].OffWeight;
-    if (!result.evaluated || weight == kNoWeight) continue;
-    any = true;
-    out << "    " << std::setw(4) << i << "  " << std::setw(6) << ShownWeight(weight) << "  "
-        << (result.on ? "" : "(didn't hold) ") << RuleInWords(indicators[i].Rule);
-    // Its texts are those of its first expression; one that asks after a rule has only "true" to show.
-    const auto& expressions = indicators[i].Rule.Expressions;
-    if (!expressions.empty() && !AsksAfterRule(expressions.front())) {
-      if (!result.matchText.empty()) out << ": " << Shown(result.matchText);
-      if (!result.fieldText.empty()) out << " in " << Shown(result.fieldText);
-    }
-    out << '\n';
-  }
-  if (!any) out << "    no rule had anything to say\n";
 }
 
 std::string AnswerInWords(std::int32_t answer) {
@@ -272,7 +226,8 @@ void TellSettlement(std::ostream& out, const Verdict& verdict) {
   }
 }
 
-std::string PersonText(const std::string& input, const Verdict& verdict, bool explain) {
+std::string PersonText(const std::string& input, const Verdict& verdict, bool explain,
+                       const std::vector<RuleText>& texts) {
   std::ostringstream out;
   out << Narrow(Widen(input)) << '\n' << "    " << InWords(verdict);
   if (verdict.result == -1) out << ": the URL can't be decoded";
@@ -284,7 +239,7 @@ std::string PersonText(const std::string& input, const Verdict& verdict, bool ex
   if (!verdict.urlSource.empty()) out << "\n    the page's URL comes from " << verdict.urlSource;
   for (const std::string& request : verdict.unsent) out << "\n    not sent: " << request << " (see --privacy)";
   TellSettlement(out, verdict);
-  if (explain) ExplainRules(out, verdict);
+  if (explain) TellReasons(out, ReasonsOf(verdict, texts));
   std::string text = out.str();
   while (!text.empty() && text.back() == '\n') text.pop_back();
   return text;
@@ -297,13 +252,14 @@ struct Outcome {
   bool held = false;
 };
 
-Outcome CheckOne(const std::string& input, const CheckOptions& options, std::size_t nameRoom) {
+Outcome CheckOne(const std::string& input, const CheckOptions& options, std::size_t nameRoom,
+                 const std::vector<RuleText>& texts) {
   Outcome outcome;
   try {
     const Verdict verdict = Classify(input, options, nameRoom);
     outcome.held = verdict.IsHeld();
-    outcome.text =
-        options.json ? JsonText(input, verdict, options.explain) : PersonText(input, verdict, options.explain);
+    outcome.text = options.json ? JsonText(input, verdict, options.explain, texts)
+                                : PersonText(input, verdict, options.explain, texts);
   } catch (const CommandError& error) {
     outcome.error = error.what();
   }
@@ -315,11 +271,13 @@ int Check(const CheckOptions& options) {
   const PrivacyGuard privacy(options.privacy);
   const std::vector<std::string> inputs = ExpandFolders(options.inputs);
   const std::size_t nameRoom = NameRoom();
+  std::vector<RuleText> texts;
+  if (options.explain) texts = LoadRuleTexts(ConfigurationSource(options.configuration));
   const bool endless = std::ranges::find(inputs, "-") != inputs.end();
   Progress progress("checked", endless ? 0 : inputs.size());
   int status = kExitDone;
   OrderedJobs<std::string, Outcome> jobs(
-      options.jobs, [&](const std::string& input) { return CheckOne(input, options, nameRoom); },
+      options.jobs, [&](const std::string& input) { return CheckOne(input, options, nameRoom, texts); },
       [&](const Outcome& outcome) {
         progress.Step();
         if (!outcome.error.empty()) {

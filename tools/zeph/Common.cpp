@@ -47,6 +47,10 @@ void AddConfigurationOptions(CLI::App& command, ConfigurationChoice& choice) {
 
 std::shared_ptr<const ConfigurationPair> ActiveConfiguration() { return Process().configurationMgr.Active(); }
 
+std::string ConfigurationSource(const ConfigurationChoice& choice) {
+  return choice.sources.empty() ? Process().configurationMgr.LoadedPackage() : choice.sources;
+}
+
 void UseConfiguration(const ConfigurationChoice& choice) {
   ConfigurationMgr& manager = Process().configurationMgr;
   std::shared_ptr<ConfigurationPair> changed;

@@ -39,6 +39,9 @@ void AddConfigurationOptions(CLI::App& command, ConfigurationChoice& choice);
 /// Loads what was chosen into the process's manager. Throws CommandError with the reason of a refusal.
 void UseConfiguration(const ConfigurationChoice& choice);
 
+/// The folder of sources or the package that the configuration in force comes from; empty when that isn't known.
+[[nodiscard]] std::string ConfigurationSource(const ConfigurationChoice& choice);
+
 /// The configuration in force.
 [[nodiscard]] std::shared_ptr<const ConfigurationPair> ActiveConfiguration();
 

@@ -10,6 +10,8 @@
 #include "DetectionEngine/configuration/TextSources.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "tools/zeph/Common.h"
+#include "tools/zeph/RuleTexts.h"
+#include "tools/zeph/ScratchFolder.h"
 
 namespace zeph {
 
@@ -27,26 +29,6 @@ struct BuildOptions {
 struct UnpackOptions {
   std::string package;
   std::string output;
-};
-
-/// A folder that goes with its owner.
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    std::string name = (fs::temp_directory_path() / "zeph-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw CommandError(name + ": can't be made");
-    path_ = name;
-  }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-  [[nodiscard]] const fs::path& Path() const { return path_; }
-
- private:
-  fs::path path_;
 };
 
 void WriteFile(const fs::path& path, std::string_view content) {
@@ -112,8 +94,13 @@ void Build(const BuildOptions& options) {
   const std::string packed = MakePackedFile(options, scratch.Path()).string();
   const fs::path output(options.output);
   const std::string folder = fs::absolute(output).parent_path().string() + "/";
-  const char* files[] = {packed.c_str()};
-  if (!MakeCabinet(files, 1, output.filename().c_str(), folder.c_str())) {
+  std::vector<std::string> files = {packed};
+  // A pack brings the sources, and the rules' sentences in them.
+  if (const std::string texts = WriteRuleTexts(LoadRuleTexts(options.sources)); !texts.empty() && options.format != "pack") {
+    files.push_back((scratch.Path() / kRuleTextsFile).string());
+    WriteFile(files.back(), texts);
+  }
+  if (!MakeCabinet(Pointers(files).data(), static_cast<std::int32_t>(files.size()), output.filename().c_str(), folder.c_str())) {
     throw CommandError(options.output + ": can't be written");
   }
 }
