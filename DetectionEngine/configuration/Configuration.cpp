@@ -88,6 +88,7 @@ void Configuration::BuildIndexes() {
   std::array<std::u16string_view, kFixedTokenCount> fixed;
   for (std::size_t token = 0; token < fixed.size(); ++token) fixed[token] = TextOf(static_cast<FixedToken>(token));
   UrlAnalysisTable.Pin(fixed);
+  UrlAnalysisTable.PinWords(kWordCodes, UrlAnalysisWords);
   BrandDomains.Clear();
   for (const auto& [domain, info] : TrustedDomainInfos) {
     for (const std::u16string& name : info.DT) BrandDomains.Entries.push_back({kDomain, name, {}, 0, domain});

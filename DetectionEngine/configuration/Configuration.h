@@ -124,7 +124,7 @@ struct Configuration {
   void Clear();
   /// Rebuilds the three tag indexes from TrustedDomainInfos.
   void BuildTagIndexes();
-  /// BuildTagIndexes, UrlWordSet, BrandDomains, the index of every site list, and the fixed tokens of UrlAnalysisTable.
+  /// BuildTagIndexes, UrlWordSet, BrandDomains, the index of every site list, and what UrlAnalysisTable pins.
   /// Every load ends with it.
   void BuildIndexes();
   /// CN of the trusted domain; empty when there is none. The view lives as long as the record.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tokens that hang on no word of the URL: a host's characters, small counts, marks. Four of five tokens of a URL are
-// such. Their texts are made by the compiler, so that a token costs no more than its number.
+// Tokens that hang on no word of the URL: a host's characters, small counts, marks. Their texts are made by the
+// compiler, so that a token costs no more than its number. And the codes in front of words.
 #pragma once
 
 #include <algorithm>
@@ -132,5 +132,14 @@ struct FixedCounts {
 
 [[nodiscard]] constexpr std::u16string_view TextOf(FixedToken token) noexcept { return fixed::kTexts[token].text; }
 [[nodiscard]] constexpr std::uint64_t BeginningOf(FixedToken token) noexcept { return fixed::kTexts[token].beginning; }
+
+/// What stands in front of a word in its token: where in the URL it was found; kAnywhere, for words of the list, beside
+/// each of the others.
+enum class WordCode : std::uint8_t { kFile, kSite, kSubdomain, kFolder, kKey, kValue, kAnywhere };
+inline constexpr std::array<std::u16string_view, 7> kWordCodes = {u"AF*",   u"BU*",   u"AE*", u"BK*",
+                                                                  u"AIBY*", u"AIBZ*", u"BG*"};
+[[nodiscard]] constexpr std::u16string_view TextOf(WordCode code) noexcept {
+  return kWordCodes[static_cast<std::size_t>(code)];
+}
 
 }  // namespace zeph

@@ -10,14 +10,14 @@ void TokenTable::clear() noexcept {
   slots_.clear();
   text_.clear();
   count_ = 0;
-  pinned_.clear();
+  Unpin();
 }
 
 void TokenTable::reserve(std::size_t count) { Grow(2 * count); }
 
 void TokenTable::insert_or_assign(std::u16string_view key, double probability) {
   if (slots_.size() < 2 * (count_ + 1)) Grow(4 * (count_ + 1));
-  pinned_.clear();
+  Unpin();
   const std::uint32_t hash = Hash(key);
   Slot& slot = slots_[SlotOf(key, hash)];
   slot.probability = probability;
@@ -37,6 +37,25 @@ void TokenTable::Pin(std::span<const std::u16string_view> keys) {
     const double* const known = Find(key);
     pinned_.push_back(known != nullptr ? std::optional(*known) : std::nullopt);
   }
+}
+
+void TokenTable::PinWords(std::span<const std::u16string_view> codes, std::span<const std::u16string> words) {
+  pinnedWords_.assign(words.size(), {});
+  std::u16string key;
+  for (std::size_t word = 0; word < words.size(); ++word) {
+    for (std::size_t code = 0; code < codes.size(); ++code) {
+      key.assign(codes[code]).append(words[word]);
+      const double* const known = Find(key);
+      if (known == nullptr) continue;
+      pinnedWords_[word].probabilities[code] = *known;
+      pinnedWords_[word].known = static_cast<std::uint8_t>(pinnedWords_[word].known | 1U << code);
+    }
+  }
+}
+
+void TokenTable::Unpin() noexcept {
+  pinned_.clear();
+  pinnedWords_.clear();
 }
 
 std::vector<std::pair<std::u16string_view, double>> TokenTable::Sorted() const {

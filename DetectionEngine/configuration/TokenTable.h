@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -36,6 +37,15 @@ class TokenTable {
   [[nodiscard]] const double* Pinned(std::size_t number) const noexcept {
     return pinned_[number] ? &*pinned_[number] : nullptr;
   }
+  /// The same for keys that are a code and a word: those of one word lie side by side, so that asking for all of them
+  /// touches the memory once. At most kMostCodes codes.
+  void PinWords(std::span<const std::u16string_view> codes, std::span<const std::u16string> words);
+  [[nodiscard]] bool HasPinnedWords() const noexcept { return !pinnedWords_.empty(); }
+  [[nodiscard]] const double* PinnedWord(std::size_t word, std::size_t code) const noexcept {
+    const WordRow& row = pinnedWords_[word];
+    return (row.known >> code & 1) != 0 ? &row.probabilities[code] : nullptr;
+  }
+  static constexpr std::size_t kMostCodes = 7;
   [[nodiscard]] std::size_t size() const noexcept { return count_; }
   [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
   /// All entries in ascending key order; the views live as long as the table stays unchanged.
@@ -74,11 +84,19 @@ class TokenTable {
     return at;
   }
   void Grow(std::size_t slots);
+  void Unpin() noexcept;
+
+  /// As large as a cache line, and in one.
+  struct alignas(64) WordRow {
+    std::array<double, kMostCodes> probabilities{};
+    std::uint8_t known = 0;  ///< a bit for each code with a key in the table
+  };
 
   std::vector<Slot> slots_;  ///< a power of two, at most half full; none before the first key
   std::u16string text_;      ///< all keys, one behind another, each behind its length
   std::size_t count_ = 0;
   std::vector<std::optional<double>> pinned_;  ///< by the number of the key
+  std::vector<WordRow> pinnedWords_;           ///< by the number of the word
   TextHash::Secret secret_ = TextHash::Seed();
 };
 

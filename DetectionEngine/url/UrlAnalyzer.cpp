@@ -27,6 +27,11 @@ std::int32_t ClassOf(double score) noexcept {
   return score <= kLowScore ? kUrlScoreLow : kUrlScoreMiddle;
 }
 
+std::u16string Joined(std::u16string_view code, std::u16string_view word) {
+  std::u16string token(code);
+  return token += word;
+}
+
 UrlScoreCache& Cache() {
   static UrlScoreCache cache;
   return cache;
@@ -126,15 +131,17 @@ bool UrlAnalyzer::MakePlace(std::uint64_t strength) noexcept {
   --count_;
   beginnings_[*weakest_] = beginnings_[count_];
   strengths_[*weakest_] = strengths_[count_];
+  ids_[*weakest_] = ids_[count_];
   chosen_[*weakest_] = chosen_[count_];
   weakest_.reset();
   pushedOut_ = true;
   return true;
 }
 
-void UrlAnalyzer::Choose(std::uint64_t beginning, std::uint64_t strength, const Chosen& chosen) noexcept {
+void UrlAnalyzer::Choose(std::uint64_t beginning, std::uint64_t strength, WordId word, const Chosen& chosen) noexcept {
   beginnings_[count_] = beginning;
   strengths_[count_] = strength;
+  ids_[count_] = word;
   chosen_[count_] = chosen;
   ++count_;
 }
@@ -148,7 +155,7 @@ void UrlAnalyzer::Take(std::u16string_view token) {
   if (!probability) return;
   const std::uint64_t strength = StrengthOf(*probability);
   if (!MakePlace(strength) || (wasFull && IsChosen(beginning, token))) return;
-  Choose(beginning, strength,
+  Choose(beginning, strength, kNoWord,
          {*probability, static_cast<std::uint32_t>(texts_.size()), static_cast<std::uint32_t>(token.size())});
   texts_.append(token);
 }
@@ -163,7 +170,25 @@ void UrlAnalyzer::TakeFixed(FixedToken token) {
   const std::uint64_t beginning = BeginningOf(token);
   const std::uint64_t strength = StrengthOf(*probability);
   if (!MakePlace(strength) || (cameBefore && IsChosen(beginning, TextOf(token)))) return;
-  Choose(beginning, strength, {*probability, token, 0});
+  Choose(beginning, strength, kNoWord, {*probability, token, 0});
+}
+
+// A word's token is met by no other road: what stands in the list never stays behind. So numbers tell whether it came
+// before, and its text is made only once it is chosen.
+void UrlAnalyzer::TakeWord(WordCode code, std::uint32_t number, std::u16string_view word) {
+  const auto codeNumber = static_cast<std::size_t>(code);
+  const WordId id = WordId{number} << 8 | codeNumber;
+  const bool wasFull = count_ == kMostTokens;
+  if (!wasFull && IsChosen(id)) return;
+  const double* const known =
+      table_.HasPinnedWords() ? table_.PinnedWord(number, codeNumber) : table_.Find(Joined(TextOf(code), word));
+  const double probability = known != nullptr ? *known : kUnknownTokenProbability;
+  const std::uint64_t strength = StrengthOf(probability);
+  if (!MakePlace(strength) || (wasFull && IsChosen(id))) return;
+  const auto begin = static_cast<std::uint32_t>(texts_.size());
+  texts_.append(TextOf(code)).append(word);
+  Choose(BeginningOf(std::u16string_view(texts_).substr(begin)), strength, id,
+         {probability, begin, static_cast<std::uint32_t>(texts_.size() - begin)});
 }
 
 std::optional<UrlScore> UrlScoreCache::Find(std::u16string_view url) const {

@@ -38,7 +38,8 @@ class UrlAnalyzer final : private TokenSink {
  public:
   static constexpr std::size_t kMostTokens = 25;
 
-  /// Table and words outlive the analyser. Keys that the table has pinned are the fixed tokens.
+  /// Table and words outlive the analyser. Keys that the table has pinned are the fixed tokens, and those of words
+  /// are kWordCodes with these words.
   UrlAnalyzer(const TokenTable& table, const WordSet& words);
 
   /// The class of the URL. A text that can't be taken apart counts as one without tokens.
@@ -58,16 +59,25 @@ class UrlAnalyzer final : private TokenSink {
     std::uint32_t begin;   ///< of the token, in texts_; of a fixed one, its number
     std::uint32_t length;  ///< 0 for a fixed one
   };
+  /// Tells words' tokens apart: number and code of the word. All other tokens have kNoWord.
+  using WordId = std::uint64_t;
+  static constexpr WordId kNoWord = ~WordId{0};
 
   void Take(std::u16string_view token) override;
   void TakeFixed(FixedToken token) override;
+  void TakeWord(WordCode code, std::uint32_t number, std::u16string_view word) override;
   /// The probability of a token that the table doesn't know; none for one that doesn't count.
   [[nodiscard]] static std::optional<double> ProbabilityOfUnknown(std::u16string_view token) noexcept;
   /// True when there is a place for a token of this strength, perhaps since the weakest was pushed out for it.
   bool MakePlace(std::uint64_t strength) noexcept;
   /// True when it is among the chosen.
   [[nodiscard]] bool IsChosen(std::uint64_t beginning, std::u16string_view token) const noexcept;
-  void Choose(std::uint64_t beginning, std::uint64_t strength, const Chosen& chosen) noexcept;
+  [[nodiscard]] bool IsChosen(WordId word) const noexcept {
+    bool isChosen = false;
+    for (std::size_t i = 0; i < count_; ++i) isChosen |= ids_[i] == word;
+    return isChosen;
+  }
+  void Choose(std::uint64_t beginning, std::uint64_t strength, WordId word, const Chosen& chosen) noexcept;
   /// Of equally weak ones the first in key order.
   [[nodiscard]] std::size_t FindWeakest() const noexcept;
   /// The positions of the chosen in key order.
@@ -90,6 +100,7 @@ class UrlAnalyzer final : private TokenSink {
   std::size_t count_ = 0;
   std::array<std::uint64_t, kMostTokens> beginnings_;
   std::array<std::uint64_t, kMostTokens> strengths_;
+  std::array<WordId, kMostTokens> ids_;
   std::array<Chosen, kMostTokens> chosen_;
   std::optional<std::size_t> weakest_;   ///< while it is known
   bool pushedOut_ = false;               ///< some token was

@@ -147,7 +147,7 @@ class Emission {
     } else {
       Emit(u"BE*", NumberText(parts.port));
     }
-    EmitWords(path.base, u"AF*");
+    EmitWords(path.base, WordCode::kFile);
     if (path.extension.empty()) {
       Emit(Fixed(u"BH*"));
     } else {
@@ -219,11 +219,11 @@ class Emission {
       Emit(u"BS*", lastLabel);
     }
     EmitHyphenWords(site);
-    EmitWords(rest, u"AE*");
+    EmitWords(rest, WordCode::kSubdomain);
   }
 
   void EmitDirectory(std::u16string_view directory) {
-    const std::u16string_view lastWord = EmitWords(directory, u"BK*");
+    const std::u16string_view lastWord = EmitWords(directory, WordCode::kFolder);
     if (lastWord.size() <= kLongestNumbered) {
       const auto behind = std::find_if_not(lastWord.rbegin(), lastWord.rend(), IsForeignDigit);
       if (behind != lastWord.rbegin()) Emit(u"CG*", NumberText(behind - lastWord.rbegin()));
@@ -250,18 +250,18 @@ class Emission {
   void EmitQuery(std::u16string_view query) {
     const std::size_t pieces = ForEachPiece(query, u'&', [&](std::u16string_view piece) {
       const std::size_t equals = piece.find(u'=');
-      AnalyseCleaned(piece.substr(0, equals), false, u"AIBY*");
-      if (equals != kNone) AnalyseCleaned(piece.substr(equals + 1), true, u"AIBZ*");
+      AnalyseCleaned(piece.substr(0, equals), false, WordCode::kKey);
+      if (equals != kNone) AnalyseCleaned(piece.substr(equals + 1), true, WordCode::kValue);
     });
     EmitCount(CountsOf(u"AICD*"), pieces);
   }
 
   void EmitHyphenWords(std::u16string_view text) {
-    ForEachPiece(text, u'-', [&](std::u16string_view piece) { AnalyseWord(piece, u"BU*"); });
+    ForEachPiece(text, u'-', [&](std::u16string_view piece) { AnalyseWord(piece, WordCode::kSite); });
   }
 
   /// Gives the last word; empty when there is none.
-  std::u16string_view EmitWords(std::u16string_view text, std::u16string_view code) {
+  std::u16string_view EmitWords(std::u16string_view text, WordCode code) {
     std::u16string_view last;
     ForEachWord(text, [&](std::u16string_view word) {
       AnalyseWord(word, code);
@@ -270,7 +270,7 @@ class Emission {
     return last;
   }
 
-  void AnalyseCleaned(std::u16string_view text, bool isValue, std::u16string_view code) {
+  void AnalyseCleaned(std::u16string_view text, bool isValue, WordCode code) {
     const auto isUnwanted = [&](char16_t c) { return c == u' ' || c == u':' || (c == u'=' && isValue); };
     if (std::none_of(text.begin(), text.end(), isUnwanted)) return AnalyseWord(text, code);
     std::u16string cleaned;
@@ -279,16 +279,16 @@ class Emission {
     AnalyseWord(cleaned, code);
   }
 
-  void AnalyseWord(std::u16string_view word, std::u16string_view code) {
+  void AnalyseWord(std::u16string_view word, WordCode code) {
     if (word.empty()) return;
     word_.assign(word);
     MakeLower(word_);
     EmitLength(word.size());
-    words_.CutOut(word_, [&](std::u16string_view found) {
-      Emit(code, found);
-      Emit(u"BG*", found);
+    words_.CutOut(word_, room_, [&](std::uint32_t number) {
+      sink_.TakeWord(code, number, words_[number]);
+      sink_.TakeWord(WordCode::kAnywhere, number, words_[number]);
     });
-    ForEachWord(word_, [&](std::u16string_view left) { Emit(code, left); });
+    ForEachWord(word_, [&](std::u16string_view left) { Emit(TextOf(code), left); });
   }
 
   void EmitLength(std::size_t length) {
@@ -306,6 +306,7 @@ class Emission {
   TokenSink& sink_;
   std::u16string token_ = std::u16string(kUsualToken, u'\0');  ///< room for a token
   std::u16string word_;
+  WordSet::Room room_;
 };
 
 bool HasEscapes(std::u16string_view text) noexcept {
@@ -403,6 +404,11 @@ bool IsEmpty(const UrlRecord& record) noexcept {
 }
 
 }  // namespace
+
+void TokenSink::TakeWord(WordCode code, std::uint32_t, std::u16string_view word) {
+  std::u16string token(TextOf(code));
+  Take(token += word);
+}
 
 std::optional<std::u16string> Unescape(std::u16string_view text) {
   if (!HasEscapes(text)) return std::u16string(text);

@@ -4,6 +4,7 @@
 // lists the codes.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +22,8 @@ class TokenSink {
   virtual void Take(std::u16string_view token) = 0;
   /// One whose text is known beforehand: such tokens come this way alone.
   virtual void TakeFixed(FixedToken token) { Take(TextOf(token)); }
+  /// The token of a word of the list, by its number there: such tokens come this way alone, too.
+  virtual void TakeWord(WordCode code, std::uint32_t number, std::u16string_view word);
 
  protected:
   ~TokenSink() = default;
