@@ -90,6 +90,7 @@ class Progress {
 /// Each adds one command to the program; its callback runs the command and may throw CommandError.
 /// exitStatus receives what isn't kExitDone.
 void AddCheckCommand(CLI::App& program, int& exitStatus);
+void AddEvalCommand(CLI::App& program, int& exitStatus);
 void AddInspectCommand(CLI::App& program, int& exitStatus);
 void AddRecordCommand(CLI::App& program, int& exitStatus);
 void AddReportCommand(CLI::App& program, int& exitStatus);
@@ -97,5 +98,6 @@ void AddPackageCommand(CLI::App& program, int& exitStatus);
 void AddRulesCommand(CLI::App& program, int& exitStatus);
 void AddServeCommand(CLI::App& program, int& exitStatus);
 void AddSettingsCommand(CLI::App& program, int& exitStatus);
+void AddTrainCommand(CLI::App& program, int& exitStatus);
 
 }  // namespace zeph

@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
 
   int exitStatus = zeph::kExitDone;
   zeph::AddCheckCommand(program, exitStatus);
+  zeph::AddEvalCommand(program, exitStatus);
   zeph::AddInspectCommand(program, exitStatus);
   zeph::AddRecordCommand(program, exitStatus);
   zeph::AddReportCommand(program, exitStatus);
@@ -28,6 +29,7 @@ int main(int argc, char** argv) {
   zeph::AddRulesCommand(program, exitStatus);
   zeph::AddServeCommand(program, exitStatus);
   zeph::AddSettingsCommand(program, exitStatus);
+  zeph::AddTrainCommand(program, exitStatus);
 
   try {
     program.parse(argc, argv);
