@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
 """A yardstick for the URL score: logistic regression over character 2- to 5-grams of the address.
 
@@ -53,7 +53,7 @@ def main():
     phishing, legitimate = read(options.phishing), read(options.legitimate)
     rows = [(url, 1) for url in phishing] + [(url, 0) for url in legitimate]
     random.Random(1).shuffle(rows)
-    model = SGDClassifier(loss="log_loss", alpha=1e-6, max_iter=12, tol=None, class_weight="balanced", average=True,
+    model = SGDClassifier(loss="log_loss", alpha=1e-6, max_iter=6, tol=None, class_weight="balanced", average=True,
                           random_state=1)
     model.fit(grams.transform(url for url, _ in rows), [label for _, label in rows])
 

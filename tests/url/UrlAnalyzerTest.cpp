@@ -20,11 +20,15 @@ TokenTable TableOf(const std::vector<std::pair<std::u16string_view, double>>& en
   return table;
 }
 
-// Probabilities from a short list, so that distances tie and repeated tokens push others out.
+// Probabilities from a short list, so that distances tie and repeated tokens push others out. With and without words,
+// the keys pinned, as a configuration does, and not.
 TEST(UrlAnalyzer, ChoosesAndScoresAsTheLiteralStepsDo) {
   RandomUrls urls(4);
-  const WordSet words;
+  const Texts list = {u"bank", u"login", u"ank", u"co", u"an", u"er", u"a", u"b", u"e", u"o", u"1"};
+  const WordSet listed(list);
+  const WordSet none;
   for (int round = 0; round < 300; ++round) {
+    const WordSet& words = round % 3 == 0 ? none : listed;
     TokenTable table;
     std::vector<std::u16string> sample;
     while (sample.size() < 12) sample.push_back(sample.size() % 3 == 0 ? urls.Strange() : urls.Usual());
@@ -35,6 +39,7 @@ TEST(UrlAnalyzer, ChoosesAndScoresAsTheLiteralStepsDo) {
         if (urls.Below(2) == 0) table.insert_or_assign(token, kProbabilities[urls.Below(round % 2 == 0 ? 11 : 6)]);
       }
     }
+    if (round % 3 == 1) table.PinWords(kWordCodes, list);
     UrlAnalyzer analyzer(table, words);
     EXPECT_EQ(analyzer.Score(), -1.0);
     for (const std::u16string& url : sample) {

@@ -31,7 +31,7 @@ std::string RuleName(const IndicatorRule& rule) {
   for (const IndicatorExpression& expression : rule.Expressions) {
     if (!name.empty()) name += rule.OperatorID == 1 ? " or " : " and ";
     const Method* const method = FindMethod(expression.MethodID);
-    const Field* const field = method != nullptr && method->readsField ? FindField(expression.FieldID) : nullptr;
+    const Field* const field = method != nullptr && method->ReadsField() ? FindField(expression.FieldID) : nullptr;
     if (field != nullptr) name += std::string(field->name) + " ";
     name += method != nullptr ? std::string(method->name) : "unknown method";
     const std::string value = Narrow(expression.ExpressionValue.Value);
