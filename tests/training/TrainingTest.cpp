@@ -239,12 +239,12 @@ TEST(RuleWeights, AreWhatTheRulesAreWorth) {
 
   const std::string source =
       "<!-- 0: kept <OnWeight>9</OnWeight> -->\n<Indicator>\n<Category>0</Category>\n<OnWeight>0.5</OnWeight>\n</Indicator>\n"
-      "<Indicator>\n<OnWeight>0.5\n</Indicator>\n<Indicator>\n</Indicator>\n";
+      "<Indicator>\n<OnWeight>0.5\n<OnWeight>0.5</OnWeight>\n</Indicator>\n<Indicator>\n</Indicator>\n";
   rules.Entries[0].OnWeight = 0.25F;
   rules.Entries[1].OnWeight = 0.75F;
   EXPECT_EQ(WithWeights(source, rules),
             "<!-- 0: kept <OnWeight>9</OnWeight> -->\n<Indicator>\n<Category>0</Category>\n<OnWeight>0.25</OnWeight>\n"
-            "</Indicator>\n<Indicator>\n<OnWeight>0.75\n</Indicator>\n<Indicator>\n</Indicator>\n");
+            "</Indicator>\n<Indicator>\n<OnWeight>0.5\n<OnWeight>0.75</OnWeight>\n</Indicator>\n<Indicator>\n</Indicator>\n");
 }
 
 TEST(Evaluation, TellsWhatARuleIsWorthAndWritesInputsAsText) {

@@ -118,7 +118,8 @@ JudgedCase JudgeUrl(const UrlRow& row) {
   judged.input = row.url;
   judged.isPhishing = row.isPhishing;
   judged.slices["source"] = row.source;
-  if (row.date.size() >= 4) judged.slices["year"] = row.date.substr(0, 4);
+  const std::string year = row.date.substr(0, 4);
+  if (year.size() == 4 && year.find_first_not_of("0123456789") == std::string::npos) judged.slices["year"] = year;
   std::int32_t classification = 0;
   float spooficity = 0.0F;
   std::vector<char16_t> siteName(4096);

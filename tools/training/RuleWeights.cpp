@@ -106,6 +106,7 @@ std::vector<std::string> FitRuleWeights(Indicators& indicators, const WeightOpti
           fixed += LogitOf(weight);
         }
       }
+      if (!level) rows.features.push_back(static_cast<std::uint32_t>(fitted.size()));
       open.push_back(&one);
       rows.ends.push_back(rows.features.size());
       rows.fixed.push_back(fixed);
@@ -116,10 +117,14 @@ std::vector<std::string> FitRuleWeights(Indicators& indicators, const WeightOpti
     std::vector<double> weights(fitted.size());
     for (std::size_t i = 0; i < fitted.size(); ++i) weights[i] = LogitOf(WeightAt(indicators, fitted[i]));
     std::vector<double> penalties(fitted.size(), 1.0);
-    if (level) penalties[*level] = 1e-3;
+    if (!level) {
+      // What no rule carries is fitted beside them, so that they needn't bend to carry it.
+      weights.push_back(0.0);
+      penalties.push_back(1e-3);
+    }
+    penalties[level.value_or(fitted.size())] = 1e-3;
     FitLogistic(rows, penalties, {.penalty = options.penalty}, weights);
     for (std::size_t i = 0; i < fitted.size(); ++i) WeightAt(indicators, fitted[i]) = WeightOf(weights[i]);
-    if (!level) continue;
     std::vector<double> legitimate;
     std::size_t all = 0;
     for (const RuleAnswers& one : asked) all += one.isPhishing ? 0 : 1;
@@ -132,8 +137,13 @@ std::vector<std::string> FitRuleWeights(Indicators& indicators, const WeightOpti
     const double cut = legitimate[std::min(above, legitimate.size() - 1)];
     const double threshold = std::log(0.89 / 0.11);
     constexpr double kMargin = 0.02;  // what weights lose in rounding
-    float& weight = WeightAt(indicators, fitted[*level]);
-    weight = WeightOf(LogitOf(weight) + threshold - kMargin - cut);
+    if (level) {
+      float& weight = WeightAt(indicators, fitted[*level]);
+      weight = WeightOf(LogitOf(weight) + threshold - kMargin - cut);
+    } else if (cut > 0) {
+      const double scale = (threshold - kMargin) / cut;
+      for (std::size_t i = 0; i < fitted.size(); ++i) WeightAt(indicators, fitted[i]) = WeightOf(scale * weights[i]);
+    }
   }
   std::vector<std::string> changes;
   for (const Fitted& one : fitted) {
@@ -156,7 +166,8 @@ std::string WithWeights(std::string_view source, const Indicators& indicators) {
       const std::size_t open = std::min(line.find('<'), line.size());
       if (!line.substr(open).starts_with("<" + std::string(name) + ">")) return false;
       const std::size_t begin = open + name.size() + 2;
-      const std::size_t end = std::min(line.find('<', begin), line.size());
+      const std::size_t end = line.find('<', begin);
+      if (end == std::string_view::npos) return false;  // no value is read here
       text += std::string(line.substr(0, begin)) + Digits(weight) + std::string(line.substr(end));
       return true;
     };

@@ -36,9 +36,9 @@ struct WeightOptions {
 };
 
 /// Replaces the weights that are probabilities: those of the wanted stages by the sigmoids of a logistic regression
-/// over which of them are in force; facts and marks stay. The rule without expressions carries the level, so that
-/// at most the wanted share of the legitimate inputs is held. answers(indicators) asks the rules with these weights.
-/// Gives what was changed, a line for each rule.
+/// over which of them are in force; facts and marks stay. So that at most the wanted share of the legitimate inputs is
+/// held, a rule without expressions, which is always on, is shifted; where there is none, all are scaled.
+/// answers(indicators) asks the rules with these weights. Gives what was changed, a line for each rule.
 std::vector<std::string> FitRuleWeights(Indicators& indicators, const WeightOptions& options,
                                         const std::function<std::vector<RuleAnswers>(const Indicators&)>& answers);
 
