@@ -141,11 +141,10 @@ void CompareWithUncompress(benchmark::State& state) {
 }
 
 void BM_LoadMemoryFile(benchmark::State& state) {
-  const std::string path = LargeFiles().PackedFilePath();
   UncompressSeconds();
   for (auto _ : state) {
     ConfigurationPair pair;
-    MemoryFile file(path);
+    MemoryFile file(MemoryFile::Packed{LargeFiles().sealed});
     file.Read(pair.configuration);
     file.Read(pair.indicators);
     pair.configuration.BuildIndexes();

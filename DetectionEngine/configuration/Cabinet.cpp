@@ -5,11 +5,13 @@
 #include <array>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include <zlib.h>
 
 #include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/platform/CabinetReader.h"
+#include "DetectionEngine/platform/DosFile.h"
 #include "DetectionEngine/platform/Files.h"
 
 namespace zeph {
@@ -28,6 +30,7 @@ constexpr std::uint16_t kCabinetNumber = 1;
 constexpr std::size_t kLargestCabinet = 0x7FFFFFFF;
 constexpr std::size_t kFolderThreshold = 900000;
 constexpr std::size_t kLongestName = 255;
+constexpr std::uint16_t kAttributes = kDosReadOnly | kDosHidden | kDosSystem | kDosArchive;
 
 // MSZIP: each block of up to 32 KiB is a deflate stream of its own behind "CK", with the block before it as dictionary.
 constexpr std::size_t kBlockSize = 32768;
@@ -184,7 +187,7 @@ class CabinetWriter {
       Put16(out, file.folder);
       Put16(out, file.traits.date);
       Put16(out, file.traits.time);
-      Put16(out, file.traits.attributes & kCabinetAttributes);
+      Put16(out, file.traits.attributes & kAttributes);
       out.append(file.name.c_str(), file.name.size() + 1);
     }
     for (Folder& folder : folders_) out += std::exchange(folder.data, {});
@@ -218,63 +221,57 @@ class CabinetWriter {
   bool ended_ = false;
 };
 
-/// A name that is one component of a path on any system that packages are made for.
-bool StaysInFolder(std::string_view name) noexcept {
-  constexpr std::string_view kSeparators("/\\:\0", 4);
-  return !name.empty() && name != "." && name != ".." && name.find_first_of(kSeparators) == std::string_view::npos;
-}
-
-/// Empty when every member may be extracted.
-std::string RefusalOf(const std::vector<CabinetMember>& members, std::size_t ceiling) {
-  std::uint64_t length = 0;
-  std::uint64_t work = 0;
-  for (const CabinetMember& member : members) {
-    if (!StaysInFolder(member.name)) return "a member's name leads out of the folder";
-    length += member.length;
-    work += member.work;
-  }
-  if (length > ceiling || work > ceiling) return "its members are longer than any package's";
-  return {};
+/// What may have to be decompressed for a packed file: files beside it may shrink well, but not like a bomb.
+std::size_t WorkCeiling(std::size_t cabinetSize, std::size_t ceiling) noexcept {
+  constexpr std::size_t kAlways = std::size_t{1} << 20;
+  constexpr std::size_t kTimes = 32;
+  return std::min(ceiling, cabinetSize > kPackageCeiling ? kPackageCeiling : kAlways + kTimes * cabinetSize);
 }
 
 }  // namespace
 
-Extraction ExtractCabinet(std::string_view cabinet, const std::string& cabFile, const std::string& destFolder,
-                          std::size_t ceiling) {
-  Extraction extraction;
-  MakeFolder(destFolder);
+Extraction ExtractCabinet(std::string_view cabinet, const std::string& cabFile, std::size_t ceiling) {
   LogLine(kExtractLabel, cabFile, kLogDetail);
-  const auto refuse = [&](const char* text, std::string why) {
+  const auto refuse = [](const char* text, std::string why) {
     LogLine(kExtractLabel, text, kLogError);
-    if (!why.empty()) LogLine(kExtractLabel, why, kLogError);
-    for (const std::string& file : std::exchange(extraction.files, {})) RemoveFile(file);
-    extraction.refusal = why.empty() ? text : std::move(why);
-    return extraction;
+    LogLine(kExtractLabel, why, kLogDetail);
+    return Extraction{{}, {}, std::move(why)};
   };
   CabinetReader reader(cabinet);
-  if (!reader.IsReady()) return refuse("FDICreate failed", "");
+  if (!reader.IsReady()) return refuse("FDICreate failed", "the cabinet reader can't be started");
   if (!CabinetReader::IsCabinet(cabinet)) return refuse("FDIIsCabinet returned FALSE", "it is no cabinet");
   constexpr char kFailure[] = "FDICopy returned false - failure";
   if (!reader.Open()) return refuse(kFailure, reader.Error());
-  if (std::string why = RefusalOf(reader.Members(), ceiling); !why.empty()) return refuse(kFailure, std::move(why));
-  for (std::size_t member = 0; member < reader.Members().size(); ++member) {
-    std::string path = destFolder + reader.Members()[member].name;
-    if (!reader.Extract(member, path)) return refuse(kFailure, reader.Error());
-    extraction.files.push_back(std::move(path));
+  Extraction extraction;
+  for (const auto& [name, content] : {std::pair(kPackName, &extraction.pack),
+                                      std::pair(kMemoryFileName, &extraction.memoryFile)}) {
+    if (!reader.Has(name)) continue;
+    *content = reader.Extract(name, WorkCeiling(cabinet.size(), ceiling));
+    if (!*content) return refuse(kFailure, reader.Error());
   }
   return extraction;
 }
 
-Extraction CabExtract(const std::string& cabFile, const std::string& destFolder) {
-  const auto refuse = [](std::string why) {
-    LogLine(kExtractLabel, why, kLogError);
-    return Extraction{{}, std::move(why)};
-  };
-  if (cabFile.empty()) return refuse("CAB file NULL or empty");
+Extraction CabExtract(const std::string& cabFile) {
+  if (cabFile.empty()) {
+    constexpr char kNone[] = "CAB file NULL or empty";
+    LogLine(kExtractLabel, kNone, kLogError);
+    return {{}, {}, kNone};
+  }
   std::error_code error;
   const std::optional<std::string> cabinet = ReadWholeFile(cabFile, kPackageCeiling, &error);
-  if (!cabinet) return refuse("CAB file can't be read: " + error.message());
-  return ExtractCabinet(*cabinet, cabFile, destFolder);
+  if (cabinet) return ExtractCabinet(*cabinet, cabFile);
+  LogLine(kExtractLabel, cabFile, kLogDetail);
+  LogLine(kExtractLabel, error.message(), kLogDetail);
+  return {{}, {}, "it can't be read: " + error.message()};
+}
+
+std::optional<std::string> CabExtractFile(const std::string& cabFile, std::string_view name) {
+  const std::optional<std::string> cabinet = ReadWholeFile(cabFile, kPackageCeiling);
+  if (!cabinet) return std::nullopt;
+  CabinetReader reader(*cabinet);
+  if (!reader.IsReady() || !reader.Open()) return std::nullopt;
+  return reader.Extract(name, WorkCeiling(cabinet->size(), kPackageCeiling));
 }
 
 bool MakeCabinet(const char* const* files, std::int32_t count, const char* cabName, const char* cabPath) {

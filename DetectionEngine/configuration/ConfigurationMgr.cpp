@@ -7,15 +7,12 @@
 #include <system_error>
 #include <utility>
 
-#include "DetectionEngine/base/Cipher.h"
 #include "DetectionEngine/base/DataFolder.h"
 #include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/configuration/Cabinet.h"
-#include "DetectionEngine/configuration/MemoryFile.h"
-#include "DetectionEngine/configuration/Pack.h"
+#include "DetectionEngine/configuration/PackageReader.h"
 #include "DetectionEngine/configuration/PackageSignature.h"
-#include "DetectionEngine/configuration/TextSources.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
 #include "DetectionEngine/text/Text.h"
@@ -31,14 +28,8 @@ constexpr char kThreadLabel[] = "ConfigurationMgr::LoadConfigThreadProc";
 constexpr char kStartLabel[] = "ConfigurationMgr::StartLoadConfigThread";
 constexpr char kParseLabel[] = "ConfigurationMgr::Parse";
 
-constexpr char kPackName[] = "packed2.dat";
-constexpr char kMemoryFileName[] = "packed3.dat";
-
 constexpr auto kFileMutexLimit = 5000ms;
 constexpr auto kFileMutexStep = 100ms;  ///< how often a wait looks at the stop event
-
-/// The log file of the component that handles packages.
-constexpr int kPackageModule = 4;
 
 constexpr std::array<std::u16string Configuration::*, 7> kTexts = {
     &Configuration::ModulePath,         &Configuration::ModuleFolder,  &Configuration::ConfigBaseName,
@@ -78,23 +69,6 @@ void LogPaths(const std::string& label, const std::string& originalConfigFile, c
   LogLine((label + " - original config file").c_str(), originalConfigFile, kLogInformation);
   LogLine((label + " - new config file").c_str(), newConfigFile, kLogInformation);
 }
-
-/// Calls once what is due at the end of a scope, or earlier when asked.
-template <class Action>
-class Finally {
- public:
-  explicit Finally(Action action) : action_(std::move(action)) {}
-  ~Finally() { Now(); }
-  Finally(const Finally&) = delete;
-  Finally& operator=(const Finally&) = delete;
-  void Now() {
-    if (!std::exchange(done_, true)) action_();
-  }
-
- private:
-  Action action_;
-  bool done_ = false;
-};
 
 }  // namespace
 
@@ -241,13 +215,12 @@ void ConfigurationMgr::LoadNewest(const char* label, const Slot& slot, bool heed
 bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
   const std::string file = Narrow(path);
   try {
-    std::optional<std::string> verifiedPackage;
+    // What is verified is what will be extracted, whatever becomes of the file.
+    std::error_code error;
+    const std::optional<std::string> package = ReadWholeFile(file, kPackageCeiling, &error);
     if (verifyPackageSignature_) {
-      // What is verified is what will be extracted, whatever becomes of the file.
-      std::error_code error;
-      verifiedPackage = ReadWholeFile(file, kPackageCeiling, &error);
       std::string why = error.message();
-      if (!verifiedPackage || !VerifyPackageSignature(*verifiedPackage, &why)) {
+      if (!package || !VerifyPackageSignature(*package, &why)) {
         return Refuse(Narrow(StringEntry(0xAF)).c_str(), Narrow(StringEntry(0xB2)), why);
       }
     }
@@ -258,7 +231,7 @@ bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
       pair->configuration = spare_;
       baseName = packageBaseName_;
     }
-    if (!Parse(file, TempFolder(), *pair, verifiedPackage)) return false;
+    if (!Parse(file, package, error, NamedMutexName(baseName, u"File"), *pair)) return false;
 
     const std::lock_guard lock(changeLock_);
     // The name may have been set while the load ran.
@@ -268,83 +241,24 @@ bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
     loadedPackage_ = file;
     loaded_ = true;
     return true;
-  } catch (const std::exception& error) {
-    return Refuse(kParseLabel, "The package can't be loaded", error.what());
+  } catch (const std::exception& failure) {
+    return Refuse(kParseLabel, "The package can't be loaded", failure.what());
   }
 }
 
-bool ConfigurationMgr::Parse(const std::string& path, const std::string& tempFolder, ConfigurationPair& pair,
-                             const std::optional<std::string>& verifiedPackage) {
-  if (tempFolder.empty()) return Refuse(kParseLabel, "There is no folder for temporary files that is this user's own");
-  std::u16string mutexName;
-  {
-    const std::lock_guard lock(changeLock_);
-    mutexName = NamedMutexName(packageBaseName_, u"File");
-  }
-  NamedMutex fileMutex(mutexName);
-  if (!WaitFor(fileMutex)) return Refuse(kParseLabel, "Another process is using the temporary files");
-  const std::string pack = tempFolder + kPackName;
-  const std::string memoryFile = tempFolder + kMemoryFileName;
-  RemoveFile(pack);
-  RemoveFile(memoryFile);
-  if (!FileExists(path)) return Refuse(kParseLabel, "CAB file not found");
-
-  // Everything that came out of the cabinet goes again, before the next process may extract its own.
+bool ConfigurationMgr::Parse(const std::string& path, const std::optional<std::string>& package,
+                             const std::error_code& error, const std::u16string& mutexName, ConfigurationPair& pair) {
   Extraction extraction;
-  Finally doneWithFiles([&] {
-    for (const std::string& file : extraction.files) RemoveFile(file);
-    fileMutex.Unlock();
-  });
-  extraction = verifiedPackage ? ExtractCabinet(*verifiedPackage, path, tempFolder) : CabExtract(path, tempFolder);
+  {
+    NamedMutex fileMutex(mutexName);
+    if (!WaitFor(fileMutex)) return Fail("another process has been loading a package for too long");
+    if (error == std::errc::no_such_file_or_directory) return Refuse(kParseLabel, "CAB file not found");
+    extraction = package ? ExtractCabinet(*package, path) : Extraction{{}, {}, "it can't be read: " + error.message()};
+  }
   if (!extraction) return Refuse(kParseLabel, "CAB Extract failed", extraction.refusal);
-  const bool isPack = FileExists(pack);
-  if (!isPack && !FileExists(memoryFile)) {
-    return Refuse(kParseLabel, "CAB Extract succeeded, but could not find packed output file");
-  }
-  if (stopEvent_) return Refuse(kParseLabel, "The engine is being unloaded");
-  pair.configuration.Clear();
-  pair.indicators.Clear();
-  return ParseFile(isPack ? pack : memoryFile, pair, [&] { doneWithFiles.Now(); });
-}
-
-template <class DoneWithFile>
-bool ConfigurationMgr::ParseFile(const std::string& path, ConfigurationPair& pair, DoneWithFile doneWithFile) {
-  const bool isMemoryFile = path.find("3.", path.find_last_of('/') + 1) != std::string::npos;
-  LogLine(kParseLabel, isMemoryFile ? "Load in Memory" : "Old style load", kLogDetail);
-  if (isMemoryFile) {
-    try {
-      MemoryFile file(path);
-      doneWithFile();
-      file.Read(pair.configuration);
-      file.Read(pair.indicators);
-    } catch (const MemoryFileError& failure) {
-      DebugLog("ConfigurationMgr::Parse - Exception thrown", failure.what(), "", 0, kLogError, kPackageModule);
-      const std::lock_guard lock(changeLock_);
-      lastFailure_ = failure.what();
-      return false;
-    }
-  } else {
-    std::error_code error;
-    std::optional<std::string> stored = ReadWholeFile(path, kPackageCeiling, &error);
-    doneWithFile();
-    if (!stored) return Refuse(kParseLabel, "The packed file can't be read", error.message());
-    LogLine(kParseLabel, "Decrypt", kLogDetail);
-    DecryptData(stored->data(), stored->size());
-    LogLine(kParseLabel, "DecompressLZW", kLogDetail);
-    std::optional<std::string> content = Inflate(*stored, InflateRoom(stored->size()));
-    if (!content) return Refuse(kParseLabel, "The packed file can't be inflated");
-    LogLine(kParseLabel, "CreateVectorofFileData", kLogDetail);
-    const std::optional<std::vector<PackedFile>> files = CreateVectorofFileData(*content);
-    if (!files) return Refuse(kParseLabel, "The pack ends before its last file does");
-    content.reset();
-    if (!ParseTextFiles(*files, pair.configuration, pair.indicators)) {
-      return Refuse(kParseLabel, "The sources take more memory than a configuration may");
-    }
-  }
-  pair.configuration.BuildIndexes();
-  pair.indicators.Prepare();
-  if (!isMemoryFile) LogLine(kParseLabel, "Done", kLogDetail);
-  return true;
+  if (stopEvent_) return Fail("the engine is being unloaded");
+  const std::string why = ReadPackedFile(std::move(extraction), pair);
+  return why.empty() || Fail(why);
 }
 
 bool ConfigurationMgr::WaitFor(NamedMutex& fileMutex) const {
@@ -356,9 +270,13 @@ bool ConfigurationMgr::WaitFor(NamedMutex& fileMutex) const {
 
 bool ConfigurationMgr::Refuse(const char* label, std::string_view text, std::string_view why) {
   LogLine(label, text, kLogError);
-  if (!why.empty()) LogLine(label, why, kLogError);
+  if (!why.empty()) LogLine(label, why, kLogDetail);
+  return Fail(why.empty() ? text : why);
+}
+
+bool ConfigurationMgr::Fail(std::string_view why) {
   const std::lock_guard lock(changeLock_);
-  lastFailure_ = why.empty() ? text : why;
+  lastFailure_ = why;
   return false;
 }
 

@@ -8,21 +8,15 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 
 #include "DetectionEngine/base/ModuleTexts.h"
-#include "DetectionEngine/configuration/Configuration.h"
-#include "DetectionEngine/configuration/Indicators.h"
+#include "DetectionEngine/configuration/ConfigurationPair.h"
 #include "DetectionEngine/platform/NamedMutex.h"
 #include "DetectionEngine/platform/WatchedFile.h"
 
 namespace zeph {
-
-/// What one load brings. Whoever holds a published pair reads it without a lock and as long as he likes.
-struct ConfigurationPair {
-  Configuration configuration;
-  Indicators indicators;
-};
 
 /// Owns the configuration: finds the package, loads it and puts it in force, at the start on a thread of its own and
 /// from then on whenever a newer package has appeared.
@@ -92,13 +86,13 @@ class ConfigurationMgr {
   void UpdatePaths(bool evenIfLoaded);
   void LoadConfigThreadProc();
   void LoadNewest(const char* label, const Slot& slot, bool heedStop);
-  bool Parse(const std::string& path, const std::string& tempFolder, ConfigurationPair& pair,
-             const std::optional<std::string>& verifiedPackage);
-  template <class DoneWithFile>
-  bool ParseFile(const std::string& path, ConfigurationPair& pair, DoneWithFile doneWithFile);
+  bool Parse(const std::string& path, const std::optional<std::string>& package, const std::error_code& error,
+             const std::u16string& mutexName, ConfigurationPair& pair);
   bool WaitFor(NamedMutex& fileMutex) const;
-  /// Logs an error, keeps it for LastFailure, and is false.
+  /// Logs an error and, as a detail, why; keeps it for LastFailure, and is false.
   bool Refuse(const char* label, std::string_view text, std::string_view why = {});
+  /// Keeps why for LastFailure, and is false.
+  bool Fail(std::string_view why);
 
   mutable std::mutex activeLock_;  ///< held for a copy of active_ only
   std::shared_ptr<const Slot> active_;

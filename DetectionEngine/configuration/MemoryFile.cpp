@@ -8,10 +8,8 @@
 #include <utility>
 
 #include "DetectionEngine/base/DebugLog.h"
-#include "DetectionEngine/configuration/Cabinet.h"
 #include "DetectionEngine/configuration/MemoryFormat.h"
 #include "DetectionEngine/configuration/Pack.h"
-#include "DetectionEngine/platform/Files.h"
 
 namespace zeph {
 
@@ -21,29 +19,19 @@ constexpr char kLoadLabel[] = "MemoryFile::LoadFile";
 
 }  // namespace
 
-MemoryFile::MemoryFile(const std::string& fileName) {
-  LoadFile(fileName);
+MemoryFile::MemoryFile(Packed packed) {
+  std::string why;
+  std::optional<std::string> content = OpenPacked(std::move(packed.bytes), &why);
+  if (!content) {
+    LogLine(kLoadLabel, "Error uncompressing data", kLogError);
+    throw MemoryFileError(kPastTheEnd, why);
+  }
+  data_ = *std::move(content);
+  LogLine(kLoadLabel, "Success Loading configuration data - now to parse it", kLogDetail);
   VerifyFile();
 }
 
 MemoryFile::MemoryFile(Content content) : data_(std::move(content.bytes)), room_(content.room) { VerifyFile(); }
-
-void MemoryFile::LoadFile(const std::string& fileName) {
-  std::error_code error;
-  std::optional<std::string> stored = ReadWholeFile(fileName, kPackageCeiling, &error);
-  if (!stored) {
-    const bool isOpened = error == std::errc::io_error || error == std::errc::file_too_large;
-    LogLine(kLoadLabel, isOpened ? "Failed to read the file in full" : "Failed to open file", kLogError);
-    return;
-  }
-  std::optional<std::string> content = OpenPacked(*std::move(stored));
-  if (!content) {
-    LogLine(kLoadLabel, "Error uncompressing data", kLogError);
-    return;
-  }
-  data_ = *std::move(content);
-  LogLine(kLoadLabel, "Success Loading configuration data - now to parse it", kLogDetail);
-}
 
 void MemoryFile::VerifyFile() {
   const auto magic = TakeNumber<std::uint16_t>();

@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "DetectionEngine/configuration/Configuration.h"
@@ -19,10 +20,16 @@
 
 namespace zeph {
 
-/// Why a memory file can't be read: a constant text. What was being filled is garbage then.
+/// Why a memory file can't be read: a constant text for the log, and what people are told, which says more where there is
+/// more to say. What was being filled is garbage then.
 class MemoryFileError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit MemoryFileError(const char* text) : runtime_error(text), reason_(text) {}
+  MemoryFileError(const char* text, std::string reason) : runtime_error(text), reason_(std::move(reason)) {}
+  [[nodiscard]] const std::string& Reason() const noexcept { return reason_; }
+
+ private:
+  std::string reason_;
 };
 
 /// Reads a memory file, the compact form of a Configuration and its Indicators, in one pass from the first byte to the
@@ -30,9 +37,12 @@ class MemoryFileError : public std::runtime_error {
 /// MemoryFormat.h has the layout. One thread at a time.
 class MemoryFile {
  public:
-  /// Reads, deciphers and inflates a packed file and tests its magic number. Logs failures under "MemoryFile::LoadFile"
-  /// and "MemoryFile::VerifyFile"; a file that can't be had at all is one without a byte.
-  explicit MemoryFile(const std::string& fileName);
+  /// Deciphers and inflates a packed file and tests its magic number. Logs failures under "MemoryFile::LoadFile" and
+  /// "MemoryFile::VerifyFile"; a file that can't be inflated is one without a byte.
+  struct Packed {
+    std::string bytes;
+  };
+  explicit MemoryFile(Packed packed);
   /// Takes the plain content. room bounds what the records may come to.
   struct Content {
     std::string bytes;
@@ -65,10 +75,11 @@ class MemoryFile {
   void Tokens(TokenTable& table);
 
  private:
-  void LoadFile(const std::string& fileName);
+  static constexpr char kPastTheEnd[] = "Trying to read data past the end of the file";
+
   void VerifyFile();
   std::string_view Take(std::size_t count) {
-    if (count > data_.size() - position_) throw MemoryFileError("Trying to read data past the end of the file");
+    if (count > data_.size() - position_) throw MemoryFileError(kPastTheEnd);
     const std::string_view taken(data_.data() + position_, count);
     position_ += count;
     return taken;

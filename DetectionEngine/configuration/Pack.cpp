@@ -62,7 +62,7 @@ std::size_t InflateRoom(std::size_t storedSize) noexcept {
   return storedSize > kPackageCeiling / kInflateFactor ? kPackageCeiling : storedSize * kInflateFactor;
 }
 
-std::optional<std::string> Inflate(std::string_view stored, std::size_t room) {
+std::optional<std::string> Inflate(std::string_view stored, std::size_t room, std::string* why) {
   constexpr std::size_t kStep = std::size_t{1} << 18;
   z_stream stream{};
   stream.next_in = const_cast<Bytef*>(reinterpret_cast<const Bytef*>(stored.data()));
@@ -81,18 +81,20 @@ std::optional<std::string> Inflate(std::string_view stored, std::size_t room) {
     content.resize(content.size() - stream.avail_out);
   } while (result == Z_OK);
   inflateEnd(&stream);
-  if (result != Z_STREAM_END) return std::nullopt;
-  return content;
+  if (result == Z_STREAM_END) return content;
+  if (why != nullptr) {
+    const bool isFull = content.size() == room && result == Z_BUF_ERROR;
+    *why = stored.empty()            ? "the packed file is empty"
+           : !isFull                 ? "the packed file can't be inflated: it is broken, or enciphered with another key"
+           : room == kPackageCeiling ? "the packed file holds more than any package may"
+                                     : "the packed file holds more than 20 times what it takes, which isn't read";
+  }
+  return std::nullopt;
 }
 
-std::optional<std::string> OpenPacked(std::string stored) {
+std::optional<std::string> OpenPacked(std::string stored, std::string* why) {
   DecryptData(stored.data(), stored.size());
-  return Inflate(stored, InflateRoom(stored.size()));
-}
-
-std::optional<std::string> OpenPackedFile(const std::string& path) {
-  std::optional<std::string> stored = ReadWholeFile(path, kPackageCeiling);
-  return stored ? OpenPacked(*std::move(stored)) : std::nullopt;
+  return Inflate(stored, InflateRoom(stored.size()), why);
 }
 
 std::optional<std::vector<PackedFile>> CreateVectorofFileData(std::string_view content) {

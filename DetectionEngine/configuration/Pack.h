@@ -16,13 +16,11 @@ namespace zeph {
 [[nodiscard]] std::size_t InflateRoom(std::size_t storedSize) noexcept;
 
 /// Inflates a zlib stream, as uncompress with that room does: nothing when the stream is broken, cut off or longer than
-/// room. Memory is touched only as far as content comes.
-[[nodiscard]] std::optional<std::string> Inflate(std::string_view stored, std::size_t room);
+/// room; why, if given, then says which, for people. Memory is touched only as far as content comes.
+[[nodiscard]] std::optional<std::string> Inflate(std::string_view stored, std::size_t room, std::string* why = nullptr);
 
-/// Deciphers and inflates what a packed file holds, within InflateRoom; nothing when it isn't one.
-[[nodiscard]] std::optional<std::string> OpenPacked(std::string stored);
-/// The same from a file.
-[[nodiscard]] std::optional<std::string> OpenPackedFile(const std::string& path);
+/// Deciphers and inflates what a packed file holds, within InflateRoom; nothing, with why, when it isn't one.
+[[nodiscard]] std::optional<std::string> OpenPacked(std::string stored, std::string* why = nullptr);
 
 /// One file of a pack.
 struct PackedFile {

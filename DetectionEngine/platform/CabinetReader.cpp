@@ -2,15 +2,13 @@
 #include "DetectionEngine/platform/CabinetReader.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <utility>
 
-#include <errno.h>
-#include <fcntl.h>
 #include <mspack.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace zeph {
 
@@ -20,42 +18,40 @@ constexpr std::string_view kSignature = "MSCF";
 constexpr std::size_t kHeaderSize = 36;
 constexpr std::size_t kMajorVersionAt = 25;
 constexpr char kMajorVersion = 1;
+constexpr std::size_t kFolderCountAt = 26;
 
-/// What the library opens: the cabinet in memory to read, or a file to write.
+/// What the library opens: the cabinet to read, or the text that a file goes to.
 struct Stream : mspack_file {
   std::string_view bytes;
   off_t position = 0;
-  int output = -1;
+  std::string* output = nullptr;
 };
 
-/// The library's view of the outside. The cabinet has the empty name, everything else is a file to write.
+/// The library's view of the outside: one thing to read, one to write, whatever their names.
 struct MemorySystem : mspack_system {
   std::string_view bytes;
+  std::string output;  ///< its room is reserved, so that nothing is thrown through the library
 };
 
 Stream& StreamOf(mspack_file* file) noexcept { return *static_cast<Stream*>(file); }
 
-mspack_file* OpenStream(mspack_system* self, const char* name, int mode) {
-  auto stream = std::make_unique<Stream>();
+mspack_file* OpenStream(mspack_system* self, const char*, int mode) {
+  auto& system = *static_cast<MemorySystem*>(self);
+  auto* const stream = new (std::nothrow) Stream();
+  if (stream == nullptr) return nullptr;
   if (mode == MSPACK_SYS_OPEN_READ) {
-    stream->bytes = static_cast<MemorySystem*>(self)->bytes;
+    stream->bytes = system.bytes;
   } else {
-    // A file is made, never followed: what has the name, be it a link, goes first.
-    if (unlink(name) != 0 && errno != ENOENT) return nullptr;
-    stream->output = open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
-    if (stream->output < 0) return nullptr;
+    stream->output = &system.output;
   }
-  return stream.release();
+  return stream;
 }
 
-void CloseStream(mspack_file* file) {
-  const std::unique_ptr<Stream> stream(&StreamOf(file));
-  if (stream->output >= 0) close(stream->output);
-}
+void CloseStream(mspack_file* file) { delete &StreamOf(file); }
 
 int ReadStream(mspack_file* file, void* buffer, int count) {
   Stream& stream = StreamOf(file);
-  if (stream.output >= 0 || count < 0) return -1;
+  if (stream.output != nullptr || count < 0) return -1;
   const std::size_t at = std::min(static_cast<std::size_t>(stream.position), stream.bytes.size());
   const std::size_t length = std::min(static_cast<std::size_t>(count), stream.bytes.size() - at);
   std::memcpy(buffer, stream.bytes.data() + at, length);
@@ -64,16 +60,10 @@ int ReadStream(mspack_file* file, void* buffer, int count) {
 }
 
 int WriteStream(mspack_file* file, void* buffer, int count) {
-  const Stream& stream = StreamOf(file);
-  int done = 0;
-  while (done < count) {
-    const ssize_t written =
-        write(stream.output, static_cast<const char*>(buffer) + done, static_cast<std::size_t>(count - done));
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return -1;
-    done += static_cast<int>(written);
-  }
-  return done;
+  std::string* const output = StreamOf(file).output;
+  if (output == nullptr || count < 0 || static_cast<std::size_t>(count) > output->capacity() - output->size()) return -1;
+  output->append(static_cast<const char*>(buffer), static_cast<std::size_t>(count));
+  return count;
 }
 
 int SeekStream(mspack_file* file, off_t offset, int mode) {
@@ -95,10 +85,6 @@ void Copy(void* from, void* to, size_t count) { std::memcpy(to, from, count); }
 
 const char* TextOfError(int code) noexcept {
   switch (code) {
-    case MSPACK_ERR_OPEN:
-      return "a file can't be made";
-    case MSPACK_ERR_WRITE:
-      return "a file can't be written";
     case MSPACK_ERR_READ:
     case MSPACK_ERR_SEEK:
       return "the cabinet ends early";
@@ -111,12 +97,6 @@ const char* TextOfError(int code) noexcept {
     default:
       return "the cabinet is broken";
   }
-}
-
-DosTraits TraitsOf(const mscabd_file& file) noexcept {
-  return {static_cast<std::uint16_t>((file.date_y - 1980) << 9 | file.date_m << 5 | file.date_d),
-          static_cast<std::uint16_t>(file.time_h << 11 | file.time_m << 5 | file.time_s >> 1),
-          static_cast<std::uint16_t>(file.attribs & kCabinetAttributes)};
 }
 
 }  // namespace
@@ -148,7 +128,14 @@ struct CabinetReader::Library {
   MemorySystem system;
   mscab_decompressor* decompressor = nullptr;
   mscabd_cabinet* cabinet = nullptr;
-  std::vector<mscabd_file*> files;
+
+  [[nodiscard]] mscabd_file* Find(std::string_view name) const noexcept {
+    mscabd_file* found = nullptr;
+    for (mscabd_file* file = cabinet != nullptr ? cabinet->files : nullptr; file != nullptr; file = file->next) {
+      if (name == file->filename) found = file;
+    }
+    return found;
+  }
 };
 
 CabinetReader::CabinetReader(std::string_view bytes) : library_(std::make_unique<Library>(bytes)) {}
@@ -164,6 +151,12 @@ bool CabinetReader::IsCabinet(std::string_view bytes) noexcept {
 bool CabinetReader::Open() {
   Library& library = *library_;
   if (!IsReady() || library.cabinet != nullptr) return false;
+  const std::string_view bytes = library.system.bytes;
+  const auto byteAt = [bytes](std::size_t at) { return std::size_t{static_cast<std::uint8_t>(bytes[at])}; };
+  if (!IsCabinet(bytes) || (byteAt(kFolderCountAt) | byteAt(kFolderCountAt + 1) << 8) > kMostFolders) {
+    error_ = "the cabinet has more folders than any package";
+    return false;
+  }
   library.cabinet = library.decompressor->open(library.decompressor, "");
   if (library.cabinet == nullptr) {
     error_ = TextOfError(library.decompressor->last_error(library.decompressor));
@@ -173,37 +166,32 @@ bool CabinetReader::Open() {
     error_ = "the cabinet is a part of a set";
     return false;
   }
-  // The library goes on in a folder where it stands, and begins anew for what lies before that or in another folder.
-  const mscabd_folder* folder = nullptr;
-  std::uint64_t reached = 0;
-  for (mscabd_file* file = library.cabinet->files; file != nullptr; file = file->next) {
-    const int method = MSCABD_COMP_METHOD(file->folder->comp_type);
-    if (method != MSCAB_COMP_NONE && method != MSCAB_COMP_MSZIP) {
-      error_ = "the cabinet is compressed in a way that isn't read";
-      return false;
-    }
-    if (file->folder != folder || file->offset < reached) reached = 0;
-    folder = file->folder;
-    const std::uint64_t end = std::uint64_t{file->offset} + file->length;
-    library.files.push_back(file);
-    members_.push_back({file->filename, file->length, end - reached, TraitsOf(*file)});
-    reached = end;
-  }
   return true;
 }
 
-bool CabinetReader::Extract(std::size_t member, const std::string& path) {
-  const Library& library = *library_;
-  const int result = library.decompressor->extract(library.decompressor, library.files[member], path.c_str());
-  if (result != MSPACK_ERR_OK) {
-    error_ = TextOfError(result);
-  } else if (!ApplyDosTraits(path, members_[member].traits)) {
-    error_ = "a file's time can't be set";
-  } else {
-    return true;
+bool CabinetReader::Has(std::string_view name) const noexcept { return library_->Find(name) != nullptr; }
+
+std::optional<std::string> CabinetReader::Extract(std::string_view name, std::size_t ceiling) {
+  Library& library = *library_;
+  const auto refuse = [this](std::string why) {
+    error_ = std::move(why);
+    return std::nullopt;
+  };
+  mscabd_file* const file = library.Find(name);
+  if (file == nullptr) return refuse("there is no such file");
+  const int method = MSCABD_COMP_METHOD(file->folder->comp_type);
+  if (method != MSCAB_COMP_NONE && method != MSCAB_COMP_MSZIP) {
+    return refuse("the cabinet is compressed in a way that isn't read");
   }
-  unlink(path.c_str());
-  return false;
+  if (std::uint64_t{file->offset} + file->length > ceiling) {
+    return refuse(std::string(name) + " is longer than any package's");
+  }
+  std::string& output = library.system.output;
+  output.clear();
+  output.reserve(file->length);
+  const int result = library.decompressor->extract(library.decompressor, file, "");
+  if (result != MSPACK_ERR_OK) return refuse(TextOfError(result));
+  return std::exchange(output, {});
 }
 
 }  // namespace zeph

@@ -2,31 +2,21 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
-
-#include "DetectionEngine/platform/DosFile.h"
 
 namespace zeph {
 
-/// One file of a cabinet, as its maker says. None of it can be trusted.
-struct CabinetMember {
-  std::string name;          ///< as stored: at least one byte, no zero byte, anything else
-  std::uint32_t length = 0;  ///< in bytes, when it is extracted
-  std::uint64_t work = 0;    ///< bytes that must be decompressed to extract it behind the member before it
-  DosTraits traits;          ///< attributes masked with kCabinetAttributes
-};
-
-/// The attributes that a cabinet stores and gives back; others aren't looked at.
-inline constexpr std::uint16_t kCabinetAttributes = kDosReadOnly | kDosHidden | kDosSystem | kDosArchive;
-
-/// Reads a cabinet that lies in memory: stored and MSZIP data, any number of folders, one cabinet (no set of several).
-/// The bytes must outlive the reader. One thread at a time.
+/// Reads single files out of a cabinet that lies in memory, into memory: stored and MSZIP data, one cabinet (no set of
+/// several). What a file costs is what lies in its folder up to its end, however many others the cabinet names. The
+/// bytes must outlive the reader. One thread at a time.
 class CabinetReader {
  public:
+  /// More folders than any package of kPackageCeiling bytes has; each file's is looked for from the first one on.
+  static constexpr std::size_t kMostFolders = 1200;
+
   /// False when the reader itself can't be started; then nothing else works.
   [[nodiscard]] bool IsReady() const noexcept;
 
@@ -38,15 +28,16 @@ class CabinetReader {
   CabinetReader(const CabinetReader&) = delete;
   CabinetReader& operator=(const CabinetReader&) = delete;
 
-  /// Reads the directory. False, with the reason in Error, when it is broken, uses another compression, or is a part of
-  /// a set of cabinets.
+  /// Reads the directory. False, with the reason in Error, when it is broken or a part of a set of cabinets.
   bool Open();
-  [[nodiscard]] const std::vector<CabinetMember>& Members() const noexcept { return members_; }
 
-  /// Writes a member to a new file, in the place of what was there, with permissions for this user alone, and gives it
-  /// the member's traits. Cheapest in the order of Members. False, with the reason in Error and no file left, on
-  /// failure.
-  bool Extract(std::size_t member, const std::string& path);
+  /// Whether a file has exactly this name.
+  [[nodiscard]] bool Has(std::string_view name) const noexcept;
+
+  /// The content of a file; of several with this name the last, which would have taken the place of the others. Nothing,
+  /// with the reason in Error, when there is none, it can't be read, or the bytes to decompress up to its end come to
+  /// more than ceiling.
+  std::optional<std::string> Extract(std::string_view name, std::size_t ceiling);
 
   /// Why the last call failed.
   [[nodiscard]] const std::string& Error() const noexcept { return error_; }
@@ -54,7 +45,6 @@ class CabinetReader {
  private:
   struct Library;
   std::unique_ptr<Library> library_;
-  std::vector<CabinetMember> members_;
   std::string error_;
 };
 

@@ -6,15 +6,12 @@
 #include <sys/stat.h>
 #include <time.h>
 
-#include "DetectionEngine/platform/Files.h"
-
 namespace zeph {
 
 namespace {
 
 constexpr int kFirstYear = 1980;
 constexpr int kLastYear = 2107;
-constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 
 constexpr std::uint16_t Word(int high, int highShift, int middle, int low) noexcept {
   return static_cast<std::uint16_t>(high << highShift | middle << 5 | low);
@@ -35,22 +32,6 @@ void SetTime(DosTraits& traits, time_t when) noexcept {
   }
 }
 
-/// Nanoseconds since 1970, UTC; nothing for a date that doesn't exist.
-std::optional<std::int64_t> FileTimeOf(const DosTraits& traits) noexcept {
-  tm local{};
-  local.tm_year = (traits.date >> 9) + kFirstYear - 1900;
-  local.tm_mon = (traits.date >> 5 & 0xF) - 1;
-  local.tm_mday = traits.date & 0x1F;
-  local.tm_hour = traits.time >> 11;
-  local.tm_min = traits.time >> 5 & 0x3F;
-  local.tm_sec = (traits.time & 0x1F) * 2;
-  local.tm_isdst = -1;
-  const tm asked = local;
-  const time_t when = mktime(&local);
-  if (when == -1 || local.tm_mon != asked.tm_mon || local.tm_mday != asked.tm_mday) return std::nullopt;
-  return std::int64_t{when} * kNanosecondsPerSecond;
-}
-
 }  // namespace
 
 std::optional<DosTraits> DosTraitsOf(const std::string& path) {
@@ -63,12 +44,6 @@ std::optional<DosTraits> DosTraitsOf(const std::string& path) {
   if (name.starts_with('.')) traits.attributes |= kDosHidden;
   SetTime(traits, status.st_mtim.tv_sec);
   return traits;
-}
-
-bool ApplyDosTraits(const std::string& path, const DosTraits& traits) noexcept {
-  const std::optional<std::int64_t> lastWrite = FileTimeOf(traits);
-  if (lastWrite && !SetLastWriteTime(path, *lastWrite)) return false;
-  return (traits.attributes & kDosReadOnly) == 0 || SetFileMode(path, S_IRUSR);
 }
 
 }  // namespace zeph

@@ -30,8 +30,4 @@ struct DosTraits {
 /// time that can't be said (before 1980, after 2107) is held at the nearest one that can.
 [[nodiscard]] std::optional<DosTraits> DosTraitsOf(const std::string& path);
 
-/// Gives a file the last-write time and, for read-only, the permissions; the other attributes have no counterpart. A
-/// date that doesn't exist leaves the time alone. False when the file can't be changed.
-bool ApplyDosTraits(const std::string& path, const DosTraits& traits) noexcept;
-
 }  // namespace zeph

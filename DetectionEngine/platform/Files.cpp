@@ -98,12 +98,6 @@ std::string UserFolder() {
   return home.starts_with('/') ? WithoutEndSlash(home) + "/.local/state/zeph" : std::string();
 }
 
-std::string TempFolder() {
-  std::string folder = WithoutEndSlash(TrustedEnvironment("TMPDIR").value_or("/tmp"));
-  folder += "/zeph-" + std::to_string(geteuid());
-  return MakePrivateFolder(folder) ? folder + "/" : std::string();
-}
-
 bool MakePrivateFolder(const std::string& path) noexcept {
   if (!MakeFolder(path, 0700)) return false;
   struct stat status {};

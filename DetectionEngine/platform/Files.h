@@ -19,10 +19,6 @@ namespace zeph {
 /// The same for the user: ZEPH_USER_DIR, else zeph in $XDG_STATE_HOME or ~/.local/state. Empty when the user has
 /// no home.
 [[nodiscard]] std::string UserFolder();
-/// A folder for short-lived files, zeph-<user id>/ in $TMPDIR or /tmp, with "/" at its end. It is made if it is
-/// missing, and belongs to this user alone, since the names that the engine uses in it are known to everybody. Empty
-/// when there is no such folder.
-[[nodiscard]] std::string TempFolder();
 
 /// What tells two states of a file apart without reading it.
 struct FileStamp {

@@ -30,18 +30,15 @@ std::string FailureOf(std::string content, std::size_t room = kRecordRoom) {
   return {};
 }
 
-class MemoryFileTest : public FoldersTest {};
-
-TEST_F(MemoryFileTest, ReadsBackWhatIsWrittenInEveryForm) {
+TEST(MemoryFile, ReadsBackWhatIsWrittenInEveryForm) {
   const ConfigurationPair written = FullPair();
   std::set<std::string> contents;
   for (const bool bigEndian : {false, true}) {
     for (const std::uint8_t version : {std::uint8_t{1}, std::uint8_t{2}}) {
       const MemoryFileForm form{bigEndian, version};
       contents.insert(ContentOf(written, form));
-      Fill(Path("packed3.dat"), SealedMemoryFile(written, form));
       ConfigurationPair read;
-      Read(MemoryFile(Path("packed3.dat")), read);
+      Read(MemoryFile(MemoryFile::Packed{SealedMemoryFile(written, form)}), read);
       // The same content says that every item is the same, those without a comparison of their own too.
       EXPECT_EQ(ContentOf(read), ContentOf(written)) << bigEndian << ' ' << int{version};
       EXPECT_EQ(read.configuration.Resources, written.configuration.Resources);
@@ -52,7 +49,7 @@ TEST_F(MemoryFileTest, ReadsBackWhatIsWrittenInEveryForm) {
   EXPECT_EQ(contents.size(), 4U);
 }
 
-TEST_F(MemoryFileTest, SmallFileIsAsTheFormatSays) {
+TEST(MemoryFile, SmallFileIsAsTheFormatSays) {
   ConfigurationPair pair;
   pair.configuration.Resources.Server = u"s\u00E9";
   pair.configuration.Resources.DownloadFrequency = 0x01020304;
@@ -72,7 +69,7 @@ TEST_F(MemoryFileTest, SmallFileIsAsTheFormatSays) {
                                                 std::string("\x40\0\0\0", 4)));
 }
 
-TEST_F(MemoryFileTest, EveryVersionByteIsToldApart) {
+TEST(MemoryFile, EveryVersionByteIsToldApart) {
   const std::string content = ContentOf(FullPair(), {false, 1});
   std::set<std::string> unknown;
   for (std::size_t at = 0; at < content.size(); ++at) {
@@ -88,7 +85,7 @@ TEST_F(MemoryFileTest, EveryVersionByteIsToldApart) {
   EXPECT_EQ(unknown, expected);
 }
 
-TEST_F(MemoryFileTest, EveryTruncationIsPastTheEndAndTrailingBytesAreNot) {
+TEST(MemoryFile, EveryTruncationIsPastTheEndAndTrailingBytesAreNot) {
   const std::string content = ContentOf(FullPair());
   for (std::size_t length = 0; length < content.size(); ++length) {
     ASSERT_EQ(FailureOf(content.substr(0, length)), kPastTheEnd) << length;
@@ -96,7 +93,7 @@ TEST_F(MemoryFileTest, EveryTruncationIsPastTheEndAndTrailingBytesAreNot) {
   EXPECT_EQ(FailureOf(content + "more"), "");
 }
 
-TEST_F(MemoryFileTest, BadContentIsRefusedWithItsReason) {
+TEST(MemoryFile, BadContentIsRefusedWithItsReason) {
   const std::string head("\xCD\xAB\1\1", 4);
   const struct {
     const char* name;
@@ -113,7 +110,7 @@ TEST_F(MemoryFileTest, BadContentIsRefusedWithItsReason) {
   for (const auto& row : cases) EXPECT_EQ(FailureOf(row.content), row.failure) << row.name;
 }
 
-TEST_F(MemoryFileTest, RecordsThatTakeMoreThanTheRoomAreRefused) {
+TEST(MemoryFile, RecordsThatTakeMoreThanTheRoomAreRefused) {
   // Two bytes of a file stand for a whole text, a tag for its brand's name once more, an item for words and numbers.
   ConfigurationPair texts;
   texts.configuration.UrlAnalysisWords.resize(60000);
@@ -130,22 +127,7 @@ TEST_F(MemoryFileTest, RecordsThatTakeMoreThanTheRoomAreRefused) {
   }
 }
 
-TEST_F(MemoryFileTest, FileThatCannotBeHadIsOneWithoutAByte) {
-  std::string cutOff = SealedMemoryFile(FullPair());
-  cutOff.resize(cutOff.size() / 2);
-  Fill(Path("cut.dat"), cutOff);
-  Fill(Path("empty.dat"), "");
-  for (const char* name : {"missing.dat", "machine", "cut.dat", "empty.dat"}) {
-    try {
-      const MemoryFile file(Path(name));
-      ADD_FAILURE() << name;
-    } catch (const MemoryFileError& failure) {
-      EXPECT_STREQ(failure.what(), kPastTheEnd) << name;
-    }
-  }
-}
-
-TEST_F(MemoryFileTest, ReadingIntoAUsedRecordAppendsToListsAndReplacesEqualKeys) {
+TEST(MemoryFile, ReadingIntoAUsedRecordAppendsToListsAndReplacesEqualKeys) {
   ConfigurationPair first = FullPair();
   ConfigurationPair second = FullPair();
   second.configuration.TrustedDomainInfos[u"brand.example"].CN = u"Later";
@@ -161,7 +143,7 @@ TEST_F(MemoryFileTest, ReadingIntoAUsedRecordAppendsToListsAndReplacesEqualKeys)
   EXPECT_EQ(*read.configuration.UrlAnalysisTable.Find(u"login"), 0.25);
 }
 
-TEST_F(MemoryFileTest, WriterRefusesWhatTheFormatCannotHold) {
+TEST(MemoryFile, WriterRefusesWhatTheFormatCannotHold) {
   using Change = void (*)(ConfigurationPair&);
   const struct {
     const char* name;
@@ -186,7 +168,7 @@ TEST_F(MemoryFileTest, WriterRefusesWhatTheFormatCannotHold) {
   }
 }
 
-TEST_F(MemoryFileTest, ContentThatShrinksBeyondAReadersRoomIsStoredInstead) {
+TEST(MemoryFile, ContentThatShrinksBeyondAReadersRoomIsStoredInstead) {
   ConfigurationPair pair;
   pair.configuration.UrlAnalysisWords.assign(60000, u"same");
   const std::string content = ContentOf(pair);

@@ -91,7 +91,7 @@ class MakePackTest : public FoldersTest {
   /// What is in the pack that is made of these entries; nothing when none is made.
   std::optional<std::vector<PackedFile>> Make(std::vector<const char*> files) {
     if (!MakePack(files.data(), static_cast<int>(files.size()), Path("packed2.dat").c_str())) return std::nullopt;
-    return CreateVectorofFileData(OpenPackedFile(Path("packed2.dat")).value());
+    return CreateVectorofFileData(OpenPacked(Content(Path("packed2.dat"))).value());
   }
 };
 
@@ -106,9 +106,9 @@ TEST_F(MakePackTest, TakesWhatCanBeReadUnderItsNameAlone) {
   Fill(empty, "");
   const std::vector<PackedFile> expected = {{"SafeList", text}, {"Resources.xml", "short"}};
   EXPECT_EQ(Make({list.c_str(), nullptr, Path("missing").c_str(), windows.c_str(), Path("machine").c_str()}), expected);
-  EXPECT_EQ(OpenPackedFile(Path("packed2.dat")), PackOf(expected));
+  EXPECT_EQ(OpenPacked(Content(Path("packed2.dat"))), PackOf(expected));
   EXPECT_EQ(Make({list.c_str(), empty.c_str()}), std::vector<PackedFile>({expected[0]}));
-  EXPECT_EQ(OpenPackedFile(Path("packed2.dat")), PackOf({expected[0], {"empty", ""}}));
+  EXPECT_EQ(OpenPacked(Content(Path("packed2.dat"))), PackOf({expected[0], {"empty", ""}}));
 }
 
 TEST_F(MakePackTest, WritesNothingWhenItCannotDoItsWork) {

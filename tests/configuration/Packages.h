@@ -90,10 +90,7 @@ inline std::vector<const char*> Pointers(const std::vector<std::string>& texts) 
 struct StoredFile {
   std::string name;
   std::string data;
-  std::uint16_t attributes = 0x20;
 };
-inline constexpr std::uint16_t kStoredDate = (2019 - 1980) << 9 | 7 << 5 | 20;
-inline constexpr std::uint16_t kStoredTime = 21 << 11 | 17 << 5 | 40 / 2;
 
 /// A cabinet of stored data, as other makers' tools write it: a folder for each list of files. Nothing is checked, so
 /// that names may be any.
@@ -116,8 +113,8 @@ inline std::string StoredCabinet(std::initializer_list<std::initializer_list<Sto
   for (const auto& folder : folders) {
     std::string data;
     for (const StoredFile& file : folder) {
-      fileRecords += number(file.data.size(), 4) + number(data.size(), 4) + number(index, 2) + number(kStoredDate, 2) +
-                     number(kStoredTime, 2) + number(file.attributes, 2) + file.name + '\0';
+      fileRecords += number(file.data.size(), 4) + number(data.size(), 4) + number(index, 2) + number(0x21, 2) + number(0, 2) +
+                     number(0x20, 2) + file.name + '\0';
       data += file.data;
       ++files;
     }

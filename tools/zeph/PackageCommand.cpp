@@ -31,6 +31,11 @@ struct UnpackOptions {
   std::string output;
 };
 
+std::string ReadFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
 void WriteFile(const fs::path& path, std::string_view content) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file.write(content.data(), static_cast<std::streamsize>(content.size()));
@@ -74,9 +79,8 @@ fs::path MakePackedFile(const BuildOptions& options, const fs::path& folder) {
     if (!MakePack(Pointers(files).data(), static_cast<int>(files.size()), packed.c_str())) {
       throw CommandError(options.sources + ": can't be packed");
     }
-    if (!OpenPackedFile(packed.string())) {
-      throw CommandError(options.sources + ": shrinks to less than a twentieth when packed, which no engine loads");
-    }
+    std::string why;
+    if (!OpenPacked(ReadFile(packed), &why)) throw CommandError(options.sources + ": " + why);
     return packed;
   }
   ConfigurationPair pair;
@@ -106,20 +110,19 @@ void Build(const BuildOptions& options) {
 }
 
 void Unpack(const UnpackOptions& options) {
-  const ScratchFolder scratch;
   if (!fs::is_regular_file(options.package)) throw CommandError(options.package + ": no such package");
-  const Extraction extraction = CabExtract(options.package, scratch.Path().string() + "/");
-  if (!extraction.refusal.empty()) throw CommandError(options.package + ": " + extraction.refusal);
+  Extraction packed = CabExtract(options.package);
+  if (!packed) throw CommandError(options.package + ": " + packed.refusal);
   std::error_code error;
   fs::create_directories(options.output, error);
-  const fs::path pack = scratch.Path() / "packed2.dat";
-  const fs::path memory = scratch.Path() / "packed3.dat";
-  const bool isPack = fs::exists(pack);
-  if (!isPack && !fs::exists(memory))
+  const bool isPack = packed.pack.has_value();
+  if (!isPack && !packed.memoryFile) {
     throw CommandError(options.package + ": holds neither packed2.dat nor packed3.dat");
-  const std::optional<std::string> content = OpenPackedFile((isPack ? pack : memory).string());
-  if (!content)
-    throw CommandError(options.package + ": its packed file can't be inflated; was it made with another key?");
+  }
+  std::string why;
+  const std::optional<std::string> content =
+      OpenPacked(isPack ? *std::move(packed.pack) : *std::move(packed.memoryFile), &why);
+  if (!content) throw CommandError(options.package + ": " + why);
   if (!isPack) return WriteFile(fs::path(options.output) / "packed3.dat", *content);
   const std::optional<std::vector<PackedFile>> files = CreateVectorofFileData(*content);
   if (!files) throw CommandError(options.package + ": its pack ends before its last file does");

@@ -10,7 +10,6 @@
 #include "DetectionEngine/configuration/Pack.h"
 #include "DetectionEngine/configuration/TextSources.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "tools/zeph/ScratchFolder.h"
 
 namespace zeph {
 
@@ -44,15 +43,10 @@ std::string AsValue(std::string_view text) {
 }
 
 std::vector<RuleText> FromCabinet(const std::string& package) {
-  const ScratchFolder scratch;
-  if (!CabExtract(package, scratch.Path().string() + "/")) return {};
-  if (const fs::path file = scratch.Path() / kRuleTextsFile; fs::is_regular_file(file)) {
-    return ReadRuleTexts(ContentOf(file));
-  }
+  if (const auto texts = CabExtractFile(package, kRuleTextsFile)) return ReadRuleTexts(*texts);
   // A pack brings the sources themselves.
-  const fs::path pack = scratch.Path() / "packed2.dat";
-  if (!fs::is_regular_file(pack)) return {};
-  const std::optional<std::string> content = OpenPackedFile(pack.string());
+  Extraction packed = CabExtract(package);
+  const auto content = packed.pack ? OpenPacked(*std::move(packed.pack)) : std::nullopt;
   const auto files = content ? CreateVectorofFileData(*content) : std::nullopt;
   if (!files) return {};
   for (const PackedFile& file : *files) {
