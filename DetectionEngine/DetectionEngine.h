@@ -9,7 +9,10 @@
  *  4. Buffers for names have no length: give room for the longest company or server name of the configuration
  *     and a terminator (kZephNameRoom is more than any package that this project makes).
  *  5. Every function may be called from any thread at any time; nothing throws.
- *  6. Detail goes to the log, see docs/integration.md.
+ *  6. Detail goes to the log, see docs/integration.md; GetLoadFailure tells why there is no configuration.
+ *  7. Threads may be in the library when the program returns from main: what they use stays until the process is gone.
+ *     A child process goes on with the configuration that was in force when it was forked, or loads for itself.
+ *  8. In a process with raised privileges (set-user-id and the like) no environment variable has a say.
  */
 #ifndef DETECTION_ENGINE_H
 #define DETECTION_ENGINE_H
@@ -96,7 +99,8 @@ ZEPH_EXPORT void EngineReserved(int32_t first, int32_t second, int32_t third);
 
 /* 12: sets privacy (0 full URL, 1 partial URL, 2 nothing is sent), the log's level, the vendor's name (null:
  * unchanged), whether a package must be signed, and the key of the settings. Meant for the start, before other
- * threads work. Always 0. */
+ * threads work. Always 0. A vendor's name that is no folder's (empty, ".", "..", with "/", of 260 bytes or more) leaves
+ * the one before. */
 ZEPH_EXPORT int32_t SetPreferences(int32_t reserved, int32_t privacy, int32_t logLevel, const char *vendorName,
                        uint8_t verifySignature, const char *moduleName);
 
@@ -124,8 +128,22 @@ ZEPH_EXPORT int32_t BuildCabinet(const char *const *files, int32_t count, const 
  * 1 on success, else 0. */
 ZEPH_EXPORT int32_t PackFiles(const char *const *files, int32_t count, const char *outputFile);
 
+/* Why there is no configuration, or why a newer package isn't in force: the file and the reason of the failure that came
+ * last, one line for people; nothing when all went well. Writes at most room - 1 bytes of it and a zero byte to text,
+ * which may be null when room is 0. Gives its whole length in bytes, 0 for nothing. */
+ZEPH_EXPORT size_t GetLoadFailure(char *text, size_t room);
+
 /* 18: names the package to load (a file name without ".zip") and starts loading it in the background; only
- * the first call of a process starts the load thread. Null: ignored. */
+ * the first call of a process starts the load thread. Null: ignored.
+ *
+ * Packages: NAME.zip in the shared data folder (/var/lib/zeph/VENDOR) goes before NAME.zip beside the library. Without
+ * this call NAME is the library's own, "libDetectionEngine", and the first call that needs the package loads it. From then
+ * on a file in the shared folder with a later time of last write replaces what is loaded; each call that classifies may
+ * look for one, some hundred times a second at most. An older file, or none any more, replaces nothing: GetLoadFailure
+ * tells of it. Only a file that nobody else can have written is believed: it and its folder belong to root, to the user
+ * that the process runs as or to the owner of the library, and no other may write to them.
+ * A package that "zeph package build" makes holds no path of its builder; after it is loaded, a newer one is looked for
+ * in the same place as before. One that brings a path of its own moves the search there. */
 ZEPH_EXPORT void SetConfigFileBaseName(const char *baseName);
 
 /* 19: sets the privacy level 0, 1 or 2 and gives the one before; any other level is refused with -1. */

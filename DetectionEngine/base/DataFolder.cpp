@@ -49,13 +49,7 @@ std::int32_t EnsureFolder(std::u16string_view path) {
   if (path.size() < 2) return 0;
   if (path.size() > kPathLimit) return 1;
   const std::string narrow = Narrow(path);
-  // The first character is the root's or begins a name: there is nothing before it to make.
-  for (std::size_t end = 1; end <= narrow.size(); ++end) {
-    if (end < narrow.size() && narrow[end] != '/') continue;
-    const std::string prefix = narrow.substr(0, end);
-    if (!FileExists(prefix) && !MakeFolder(prefix)) return 1;
-  }
-  return 0;
+  return MakeFolders(narrow) || FileExists(narrow) ? 0 : 1;
 }
 
 }  // namespace zeph

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "DetectionEngine/base/ModuleTexts.h"
 
+#include <memory>
 #include <mutex>
 
 #include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/platform/Lasting.h"
 #include "DetectionEngine/platform/Module.h"
 
 namespace zeph {
@@ -20,7 +22,7 @@ struct SharedText {
 };
 
 SharedText& KeyPath() {
-  static SharedText path;
+  static SharedText& path = Lasting(std::make_unique<SharedText>());
   return path;
 }
 

@@ -105,4 +105,10 @@ std::u16string_view Configuration::GetCompanyName(std::u16string_view domain) co
   return at == TrustedDomainInfos.end() ? std::u16string_view() : at->second.CN;
 }
 
+void UseOwnTexts(Configuration& configuration, const Configuration& own) {
+  for (const auto text : kModuleTexts) {
+    if (configuration.*text == kOwnText) configuration.*text = own.*text;
+  }
+}
+
 }  // namespace zeph

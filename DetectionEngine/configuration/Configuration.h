@@ -3,6 +3,7 @@
 // a load has published them, read by any number of threads without a lock.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -130,5 +131,19 @@ struct Configuration {
   /// CN of the trusted domain; empty when there is none. The view lives as long as the record.
   [[nodiscard]] std::u16string_view GetCompanyName(std::u16string_view domain) const;
 };
+
+/// The seven texts that tell of the module: of the one that loads, or those that a memory file brings.
+inline constexpr std::array<std::u16string Configuration::*, 7> kModuleTexts = {
+    &Configuration::ModulePath,         &Configuration::ModuleFolder,  &Configuration::ConfigBaseName,
+    &Configuration::OriginalConfigFile, &Configuration::NewConfigFile, &Configuration::SpareConfigFile,
+    &Configuration::ActiveConfigFile};
+
+/// What a memory file holds in the place of such a text to leave the loader its own, so that a package says nothing of
+/// who built it and is at home on any machine. An empty text will not do: where NewConfigFile is empty, no newer package
+/// is looked for any more. No path holds a zero character, so nothing else is stored like this.
+inline constexpr std::u16string_view kOwnText(u"\0", 1);
+
+/// Replaces each text that is kOwnText by that of own.
+void UseOwnTexts(Configuration& configuration, const Configuration& own);
 
 }  // namespace zeph

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "DetectionEngine/configuration/ConfigurationMgr.h"
 
-#include <array>
 #include <chrono>
 #include <exception>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -13,8 +13,10 @@
 #include "DetectionEngine/configuration/Cabinet.h"
 #include "DetectionEngine/configuration/PackageReader.h"
 #include "DetectionEngine/configuration/PackageSignature.h"
+#include "DetectionEngine/platform/Clock.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
+#include "DetectionEngine/platform/Module.h"
 #include "DetectionEngine/text/Text.h"
 
 namespace zeph {
@@ -31,17 +33,15 @@ constexpr char kParseLabel[] = "ConfigurationMgr::Parse";
 constexpr auto kFileMutexLimit = 5000ms;
 constexpr auto kFileMutexStep = 100ms;  ///< how often a wait looks at the stop event
 
-constexpr std::array<std::u16string Configuration::*, 7> kTexts = {
-    &Configuration::ModulePath,         &Configuration::ModuleFolder,  &Configuration::ConfigBaseName,
-    &Configuration::OriginalConfigFile, &Configuration::NewConfigFile, &Configuration::SpareConfigFile,
-    &Configuration::ActiveConfigFile};
+/// A package that can't be loaded may have met a passing want, of memory or of the file mutex.
+constexpr std::int64_t kRetryAfter = 1'000'000'000;
 
 /// What stays in a slot when it is cleared for the next load. Indexes are left out, since every load builds them anew.
 Configuration KeptOf(const Configuration& configuration) {
   Configuration kept;
   kept.Resources = configuration.Resources;
   kept.BlockedToTrusted = configuration.BlockedToTrusted;
-  for (const auto text : kTexts) kept.*text = configuration.*text;
+  for (const auto text : kModuleTexts) kept.*text = configuration.*text;
   kept.KeepOriginalFile = configuration.KeepOriginalFile;
   kept.IsClient = configuration.IsClient;
   return kept;
@@ -73,12 +73,13 @@ void LogPaths(const std::string& label, const std::string& originalConfigFile, c
 }  // namespace
 
 ConfigurationMgr::ConfigurationMgr(const ModuleTexts& module) {
-  spare_.ModulePath = module.ModulePath;
-  spare_.ModuleFolder = module.ModuleFolder;
-  spare_.ConfigBaseName = module.BaseName;
-  spare_.IsClient = !ContainsNoCase(StringEntry(0xBE), module.ModuleFolder);
-  SetOriginalConfigFile(spare_);
-  SetActive(std::make_shared<ConfigurationPair>(ConfigurationPair{spare_, {}}));
+  own_.ModulePath = module.ModulePath;
+  own_.ModuleFolder = module.ModuleFolder;
+  own_.ConfigBaseName = module.BaseName;
+  own_.IsClient = !ContainsNoCase(StringEntry(0xBE), module.ModuleFolder);
+  SetOriginalConfigFile(own_);
+  spare_ = own_;
+  SetActive(std::make_shared<ConfigurationPair>(ConfigurationPair{own_, {}}));
   SetSettingsKeyPath(Narrow(StringEntry(0xC6)), Narrow(module.BaseName));
 }
 
@@ -97,9 +98,7 @@ std::shared_ptr<const ConfigurationPair> ConfigurationMgr::Active() const {
 void ConfigurationMgr::SetActive(std::shared_ptr<const ConfigurationPair> pair) {
   auto slot = std::make_shared<Slot>();
   slot->originalConfigFile = Narrow(pair->configuration.OriginalConfigFile);
-  std::string newConfigFile = Narrow(pair->configuration.NewConfigFile);
-  const bool isWatched = active_ != nullptr && active_->newConfigFile->Path() == newConfigFile;
-  slot->newConfigFile = isWatched ? active_->newConfigFile : std::make_shared<WatchedFile>(std::move(newConfigFile));
+  slot->newConfigFile = Narrow(pair->configuration.NewConfigFile);
   slot->pair = std::move(pair);
   // What was active may go with the last reference to it, which takes its time: not under the lock of the readers.
   std::shared_ptr<const Slot> next = std::move(slot);
@@ -107,6 +106,7 @@ void ConfigurationMgr::SetActive(std::shared_ptr<const ConfigurationPair> pair) 
     const std::lock_guard lock(activeLock_);
     active_.swap(next);
   }
+  lookedAt_ = -1;
 }
 
 bool ConfigurationMgr::Run() {
@@ -116,16 +116,24 @@ bool ConfigurationMgr::Run() {
     loadDoneEvent_.wait(false);
   }
   if (!loaded_) UpdatePaths(false);
-  const std::shared_ptr<const Slot> slot = ActiveSlot();
-  if (firstRun_ && !loaded_) LogPaths(kRunLabel, slot->originalConfigFile, slot->newConfigFile->Path());
-  // Looked at once before the lock, so that callers queue only when there is something to load.
-  if (!loaded_ || (!pinned_ && slot->newConfigFile->LastWriteTime() > lastLoadTime_)) {
-    const std::lock_guard lock(runLock_);
-    LoadNewest(kRunLabel, *slot, false);
+  if (!loaded_ || (!pinned_ && IsTimeToLook())) {
+    const std::shared_ptr<const Slot> slot = ActiveSlot();
+    if (firstRun_ && !loaded_) LogPaths(kRunLabel, slot->originalConfigFile, slot->newConfigFile);
+    // Looked at once before the lock, so that callers queue only when there is something to load.
+    if (!loaded_ || SeesChange(*slot)) {
+      const std::lock_guard lock(runLock_);
+      LoadNewest(kRunLabel, *slot, false);
+    }
   }
   if (firstRun_) firstRun_ = false;
   LogLine(kRunLabel, "Leave", kLogInformation);
   return loaded_;
+}
+
+bool ConfigurationMgr::IsTimeToLook() noexcept {
+  const std::int64_t tick = CoarseTick();
+  std::int64_t lookedAt = lookedAt_.load(std::memory_order_relaxed);
+  return tick != lookedAt && lookedAt_.compare_exchange_strong(lookedAt, tick, std::memory_order_relaxed);
 }
 
 void ConfigurationMgr::SetConfigFileBaseName(std::string_view name) {
@@ -133,6 +141,8 @@ void ConfigurationMgr::SetConfigFileBaseName(std::string_view name) {
   {
     const std::lock_guard lock(changeLock_);
     packageBaseName_ = Widen(name);
+    own_.ConfigBaseName = packageBaseName_;
+    SetOriginalConfigFile(own_);
     spare_.ConfigBaseName = packageBaseName_;
     auto pair = std::make_shared<ConfigurationPair>(*Active());
     pair->configuration.ConfigBaseName = packageBaseName_;
@@ -144,19 +154,21 @@ void ConfigurationMgr::SetConfigFileBaseName(std::string_view name) {
 
 void ConfigurationMgr::StartLoadConfigThread() {
   LogLine(kStartLabel, "Enter", kLogInformation);
+  // Told before it is done, since the thread's own lines come next.
+  if (!loadThreadStarted_ && !stopEvent_) LogLine(kStartLabel, "Starting Thread", kLogInformation);
+  std::string failure;
   {
     const std::lock_guard lock(changeLock_);
     if (!loadThreadStarted_ && !stopEvent_) {
-      LogLine(kStartLabel, "Starting Thread", kLogInformation);
       try {
         loadThread_ = std::thread([this] { LoadConfigThreadProc(); });
         loadThreadStarted_ = true;
       } catch (const std::system_error& error) {
-        // The next Run does the load itself.
-        LogLine(kStartLabel, error.what(), kLogError);
+        failure = error.what();  // the next Run does the load itself
       }
     }
   }
+  if (!failure.empty()) LogLine(kStartLabel, failure, kLogError);
   LogLine(kStartLabel, "Leave", kLogInformation);
 }
 
@@ -170,11 +182,29 @@ void ConfigurationMgr::Stop() {
   if (thread.joinable()) thread.join();
 }
 
+void ConfigurationMgr::BeforeFork() {
+  changeLock_.lock();
+  activeLock_.lock();
+  forkingProcess_ = ProcessId();
+}
+
+void ConfigurationMgr::AfterFork() {
+  const bool isChild = forkingProcess_ != ProcessId();
+  activeLock_.unlock();
+  if (isChild) {
+    // The threads that held it, or were to be joined, are not here.
+    new (&runLock_) std::mutex;
+    new (&loadThread_) std::thread;
+    if (!loadDoneEvent_) loadThreadStarted_ = false;
+  }
+  changeLock_.unlock();
+}
+
 void ConfigurationMgr::LoadConfigThreadProc() {
   try {
     UpdatePaths(true);
     const std::shared_ptr<const Slot> slot = ActiveSlot();
-    LogPaths(kThreadLabel, slot->originalConfigFile, slot->newConfigFile->Path());
+    LogPaths(kThreadLabel, slot->originalConfigFile, slot->newConfigFile);
     LoadNewest(kThreadLabel, *slot, true);
   } catch (const std::exception& error) {
     DebugLog(kThreadLabel, error.what(), "", 0, kLogError);
@@ -194,22 +224,50 @@ void ConfigurationMgr::UpdatePaths(bool evenIfLoaded) {
   SetActive(std::move(pair));
 }
 
-void ConfigurationMgr::LoadNewest(const char* label, const Slot& slot, bool heedStop) {
-  const FileStamp stamp = StampOf(slot.newConfigFile->Path());
-  if (stamp.Exists() && (!loaded_ || stamp.lastWrite > lastLoadTime_) &&
-      LoadPackage(slot.pair->configuration.NewConfigFile)) {
-    LogLine(label, "Successfully loaded new configuration file", kLogInformation);
-    lastLoadTime_ = stamp.lastWrite;
+bool ConfigurationMgr::SeesChange(const Slot& slot) {
+  SeenFile seen{slot.newConfigFile, StampOf(slot.newConfigFile)};
+  const std::lock_guard lock(changeLock_);
+  if (seen == failedFile_ && CoarseTick() < retryAt_) return false;
+  if (!followsEveryChange_) {
+    if (seen.stamp.Exists() && seen.stamp.lastWrite > loadedFile_.stamp.lastWrite) return true;
+    if (seen != loadedFile_ && seen != ignoredFile_ && (seen.stamp.Exists() || seen.path == loadedFile_.path)) {
+      lastFailure_ = seen.stamp.Exists() ? seen.path + ": it isn't later than the package in force, and not loaded"
+                                         : seen.path + ": it was removed, and stays in force";
+      ignoredFile_ = std::move(seen);
+    }
+    return false;
   }
-  if (loaded_ || (heedStop && stopEvent_)) return;
-  LogLine(label, "Not loaded yet and new one does not exist - so loading original zip", kLogInformation);
-  const std::int64_t lastWrite = LastWriteTime(slot.originalConfigFile);
-  if (LoadPackage(slot.pair->configuration.OriginalConfigFile)) {
+  if (!seen.stamp.Exists()) seen = {slot.originalConfigFile, StampOf(slot.originalConfigFile)};
+  return seen.stamp.Exists() && seen != loadedFile_ && (seen != failedFile_ || CoarseTick() >= retryAt_);
+}
+
+void ConfigurationMgr::LoadNewest(const char* label, const Slot& slot, bool heedStop) {
+  const SeenFile newest{slot.newConfigFile, StampOf(slot.newConfigFile)};
+  // Somebody else may have loaded it since it was seen.
+  if (newest.stamp.Exists() && (!loaded_ || SeesChange(slot)) &&
+      LoadFound(slot.pair->configuration.NewConfigFile, newest)) {
+    LogLine(label, "Successfully loaded new configuration file", kLogInformation);
+  }
+  const bool wasRemoved = loaded_ && !newest.stamp.Exists() && SeesChange(slot);
+  if ((loaded_ && !wasRemoved) || (heedStop && stopEvent_)) return;
+  if (!loaded_) {
+    LogLine(label, "Not loaded yet and new one does not exist - so loading original zip", kLogInformation);
+  }
+  if (LoadFound(slot.pair->configuration.OriginalConfigFile,
+                {slot.originalConfigFile, StampOf(slot.originalConfigFile)})) {
     LogLine(label, "successfull loading original zip", kLogInformation);
-    lastLoadTime_ = lastWrite;
   } else {
     LogLine(label, "Failure loading original zip", kLogError);
   }
+}
+
+bool ConfigurationMgr::LoadFound(const std::u16string& path, const SeenFile& seen) {
+  const std::string why = DistrustOf(seen.path, Narrow(own_.ModulePath));
+  const bool isLoaded = why.empty() ? LoadPackage(path) : Refuse(seen.path, kParseLabel, "The package isn't trusted", why);
+  const std::lock_guard lock(changeLock_);
+  (isLoaded ? loadedFile_ : failedFile_) = seen;
+  if (!isLoaded) retryAt_ = CoarseTick() + kRetryAfter;
+  return isLoaded;
 }
 
 bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
@@ -221,7 +279,7 @@ bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
     if (verifyPackageSignature_) {
       std::string why = error.message();
       if (!package || !VerifyPackageSignature(*package, &why)) {
-        return Refuse(Narrow(StringEntry(0xAF)).c_str(), Narrow(StringEntry(0xB2)), why);
+        return Refuse(file, Narrow(StringEntry(0xAF)).c_str(), Narrow(StringEntry(0xB2)), why);
       }
     }
     auto pair = std::make_shared<ConfigurationPair>();
@@ -233,7 +291,10 @@ bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
     }
     if (!Parse(file, package, error, NamedMutexName(baseName, u"File"), *pair)) return false;
 
+    const std::u16string dataFolder = Widen(GetDataFolder());
     const std::lock_guard lock(changeLock_);
+    SetNewConfigFile(own_, dataFolder, verifyPackageSignature_);
+    UseOwnTexts(pair->configuration, own_);
     // The name may have been set while the load ran.
     if (packageBaseName_ != baseName) pair->configuration.ConfigBaseName = packageBaseName_;
     spare_ = KeptOf(Active()->configuration);
@@ -242,7 +303,7 @@ bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
     loaded_ = true;
     return true;
   } catch (const std::exception& failure) {
-    return Refuse(kParseLabel, "The package can't be loaded", failure.what());
+    return Refuse(file, kParseLabel, "The package can't be loaded", failure.what());
   }
 }
 
@@ -251,14 +312,14 @@ bool ConfigurationMgr::Parse(const std::string& path, const std::optional<std::s
   Extraction extraction;
   {
     NamedMutex fileMutex(mutexName);
-    if (!WaitFor(fileMutex)) return Fail("another process has been loading a package for too long");
-    if (error == std::errc::no_such_file_or_directory) return Refuse(kParseLabel, "CAB file not found");
+    if (!WaitFor(fileMutex)) return Fail(path, "another process has been loading a package for too long");
+    if (error == std::errc::no_such_file_or_directory) return Refuse(path, kParseLabel, "CAB file not found");
     extraction = package ? ExtractCabinet(*package, path) : Extraction{{}, {}, "it can't be read: " + error.message()};
   }
-  if (!extraction) return Refuse(kParseLabel, "CAB Extract failed", extraction.refusal);
-  if (stopEvent_) return Fail("the engine is being unloaded");
+  if (!extraction) return Refuse(path, kParseLabel, "CAB Extract failed", extraction.refusal);
+  if (stopEvent_) return Fail(path, "the engine is being unloaded");
   const std::string why = ReadPackedFile(std::move(extraction), pair);
-  return why.empty() || Fail(why);
+  return why.empty() || Fail(path, why);
 }
 
 bool ConfigurationMgr::WaitFor(NamedMutex& fileMutex) const {
@@ -268,15 +329,16 @@ bool ConfigurationMgr::WaitFor(NamedMutex& fileMutex) const {
   return false;
 }
 
-bool ConfigurationMgr::Refuse(const char* label, std::string_view text, std::string_view why) {
+bool ConfigurationMgr::Refuse(const std::string& path, const char* label, std::string_view text, std::string_view why) {
   LogLine(label, text, kLogError);
   if (!why.empty()) LogLine(label, why, kLogDetail);
-  return Fail(why.empty() ? text : why);
+  return Fail(path, why.empty() ? text : why);
 }
 
-bool ConfigurationMgr::Fail(std::string_view why) {
+bool ConfigurationMgr::Fail(const std::string& path, std::string_view why) {
   const std::lock_guard lock(changeLock_);
-  lastFailure_ = why;
+  lastFailure_ = path + ": ";
+  lastFailure_ += why;
   return false;
 }
 

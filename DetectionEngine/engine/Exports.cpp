@@ -178,7 +178,9 @@ std::int32_t SetPreferences(std::int32_t, std::int32_t privacy, std::int32_t log
         const std::string module = moduleName != nullptr ? moduleName : "";
         Process().privacyLevel = privacy;
         Process().configurationMgr.SetVerifyPackageSignature(verifySignature != 0);
-        if (vendorName != nullptr) SetVendorName(vendorName);
+        if (vendorName != nullptr && !SetVendorName(vendorName)) {
+          LogLine("SetPreferences VendorName", "it can't name a folder, and is left as it was", kLogWarning);
+        }
         SetSettingsKeyPath(VendorName(), module);
         SetLogLevel(logLevel);
         LogLine("SetPreferences ModuleName", module, kLogInformation);
@@ -228,6 +230,16 @@ void SetConfigFileBaseName(const char* baseName) {
         return 0;
       },
       0);
+}
+
+std::size_t GetLoadFailure(char* text, std::size_t room) {
+  return Guarded(
+      [&] {
+        const std::string failure = Process().configurationMgr.LastFailure();
+        if (text != nullptr && room != 0) text[failure.copy(text, room - 1)] = '\0';
+        return failure.size();
+      },
+      std::size_t{0});
 }
 
 std::int32_t SetPrivacy(std::uint32_t level) {

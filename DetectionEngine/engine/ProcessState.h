@@ -19,7 +19,8 @@ struct ProcessState {
   std::atomic<ZephReportCallback> reportUrlCallback{nullptr};
 };
 
-/// Comes up when the library is loaded, goes when it is unloaded.
+/// Comes up when the library is loaded, goes when it is unloaded; at the end of the process it stays, for threads that are
+/// still at work.
 ProcessState& Process();
 
 }  // namespace zeph

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "DetectionEngine/platform/Files.h"
 
+#include <array>
 #include <atomic>
 #include <utility>
 #include <vector>
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -99,10 +101,33 @@ std::string UserFolder() {
 }
 
 bool MakePrivateFolder(const std::string& path) noexcept {
-  if (!MakeFolder(path, 0700)) return false;
+  if (!MakeFolders(path, 0700)) return false;
   struct stat status {};
-  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid() &&
-         (status.st_mode & 0077) == 0;
+  if (lstat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid()) return false;
+  return (status.st_mode & 0077) == 0 || chmod(path.c_str(), 0700) == 0;
+}
+
+std::string DistrustOf(const std::string& path, const std::string& kin) {
+  struct stat file {};
+  if (!IsUsable(path) || stat(path.c_str(), &file) != 0) return {};
+  struct stat trusted {};
+  const uid_t kinsOwner = IsUsable(kin) && stat(kin.c_str(), &trusted) == 0 ? trusted.st_uid : 0;
+  const auto distrust = [kinsOwner](const struct stat& status, const std::string& name) -> std::string {
+    if (status.st_uid != 0 && status.st_uid != geteuid() && status.st_uid != kinsOwner) {
+      return name + " belongs to another user, number " + std::to_string(status.st_uid);
+    }
+    const bool isSticky = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
+    const bool groupWrites = (status.st_mode & S_IWGRP) != 0 && status.st_gid != status.st_uid;
+    if (!isSticky && (groupWrites || (status.st_mode & S_IWOTH) != 0)) return name + " may be written by other users";
+    return {};
+  };
+  std::string why = distrust(file, path);
+  if (!why.empty()) return why;
+  const std::size_t slash = path.find_last_of('/');
+  const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+  struct stat status {};
+  if (stat(folder.c_str(), &status) != 0) return {};
+  return distrust(status, folder);
 }
 
 FileStamp StampOf(const std::string& path) noexcept {
@@ -150,7 +175,7 @@ bool WriteWholeFile(const std::string& path, std::string_view bytes, std::error_
   static std::atomic<unsigned> counter{0};
   const std::string sibling =
       path + "." + std::to_string(getpid()) + "-" + std::to_string(counter.fetch_add(1)) + ".part";
-  Descriptor file = Open(sibling, O_WRONLY | O_CREAT | O_EXCL, 0666);
+  Descriptor file = Open(sibling, O_WRONLY | O_CREAT | O_EXCL, 0644);
   if (!file.IsOpen()) return Failed(error);
   if (WriteAll(file, bytes) && fsync(file.Number()) == 0 && file.Close() &&
       rename(sibling.c_str(), path.c_str()) == 0) {
@@ -162,7 +187,7 @@ bool WriteWholeFile(const std::string& path, std::string_view bytes, std::error_
 }
 
 bool AppendToFile(const std::string& path, std::string_view bytes) noexcept {
-  const Descriptor file = Open(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0666);
+  const Descriptor file = Open(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0600);
   return file.IsOpen() && IsRegular(file) && WriteAll(file, bytes);
 }
 
@@ -172,11 +197,20 @@ bool MoveFile(const std::string& from, const std::string& to) noexcept {
   return IsUsable(from) && IsUsable(to) && rename(from.c_str(), to.c_str()) == 0;
 }
 
-bool MakeFolder(const std::string& path, unsigned mode) noexcept {
-  if (!IsUsable(path)) return false;
-  if (mkdir(path.c_str(), mode) == 0) return true;
-  struct stat status {};
-  return errno == EEXIST && stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+bool MakeFolders(const std::string& path, unsigned mode) noexcept {
+  if (!IsUsable(path) || path.size() >= PATH_MAX) return false;
+  std::array<char, PATH_MAX> prefix{};
+  path.copy(prefix.data(), path.size());
+  // The first character is the root's or begins a name: there is nothing before it to make.
+  for (std::size_t end = 1; end <= path.size(); ++end) {
+    if (end < path.size() && path[end] != '/') continue;
+    prefix[end] = '\0';
+    struct stat status {};
+    const bool isThere = mkdir(prefix.data(), mode) == 0 || stat(prefix.data(), &status) == 0;
+    if (!isThere || (status.st_mode != 0 && !S_ISDIR(status.st_mode))) return false;
+    if (end < path.size()) prefix[end] = '/';
+  }
+  return true;
 }
 
 bool SetFileMode(const std::string& path, unsigned mode) noexcept {

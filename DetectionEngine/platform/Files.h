@@ -43,23 +43,31 @@ struct FileStamp {
 [[nodiscard]] std::optional<std::string> ReadWholeFile(const std::string& path, std::size_t limit,
                                                        std::error_code* error = nullptr);
 
+/// Why a file isn't to be believed, for people; empty when it is. It is when nobody but the superuser, this process's user
+/// and the owner of kin (a file that is believed anyway; empty or missing: nobody) can have written it or put it there:
+/// the file and the folder of its name belong to one of these, and others may not write to them. A group that is its
+/// user's own (of the same number) is no other, and neither is who may add to a folder without changing what others have
+/// in it (the sticky bit). A file that doesn't exist is believed.
+[[nodiscard]] std::string DistrustOf(const std::string& path, const std::string& kin);
+
 /// Writes a file so that others see the old content or the new one, never a part: a sibling is written and takes the
 /// file's place. False, the old content in place and no sibling left, on failure; error, if given, then says why.
 bool WriteWholeFile(const std::string& path, std::string_view bytes, std::error_code* error = nullptr);
 
-/// Adds bytes at the end of a regular file, which is made if it is missing; a link is refused, since the log may
-/// lie in a folder that others write to. One write, so that lines of several processes don't mix.
+/// Adds bytes at the end of a regular file, which is made for this user alone if it is missing; a link is refused, since
+/// the log may lie in a folder that others write to. One write, so that lines of several processes don't mix.
 bool AppendToFile(const std::string& path, std::string_view bytes) noexcept;
 
 /// False when there is no such file or it can't be removed; an empty folder is removed too.
 bool RemoveFile(const std::string& path) noexcept;
 /// Renames, taking the place of a file that is there.
 bool MoveFile(const std::string& from, const std::string& to) noexcept;
-/// Makes one folder whose parent exists; true also when somebody else has just made it. mode as in chmod, less the
-/// process's mask.
-bool MakeFolder(const std::string& path, unsigned mode = 0777) noexcept;
+/// Makes a folder with all of its missing parents; true also when it is there. mode as in chmod, less the process's mask:
+/// never writable by others unless asked for.
+bool MakeFolders(const std::string& path, unsigned mode = 0755) noexcept;
 
-/// Makes a folder for this user alone, or finds that the one there is such: nobody else owns it or may enter it.
+/// Makes a folder for this user alone, with its missing parents, or makes sure that the one there is such: it is this
+/// user's own, and then nobody else may enter it. False when it is another's, or a link.
 [[nodiscard]] bool MakePrivateFolder(const std::string& path) noexcept;
 
 /// Permission bits as in chmod.

@@ -58,6 +58,8 @@ int AcceptOutdated(int verified, X509_STORE_CTX* store) {
 CURLcode SetUpTls(CURL*, void* sslContext, void* refusedFlag) {
   auto* context = static_cast<SSL_CTX*>(sslContext);
   SSL_CTX_set_app_data(context, refusedFlag);
+  // Who started the program may have named a file for the connection's keys before this library was loaded.
+  if (HasRaisedPrivileges()) SSL_CTX_set_keylog_callback(context, nullptr);
   SSL_CTX_set_verify(context, SSL_VERIFY_PEER, AcceptOutdated);
   return SSL_CTX_set_default_verify_paths(context) == 1 ? CURLE_OK : CURLE_SSL_CACERT_BADFILE;
 }
@@ -164,6 +166,8 @@ bool HttpPost::Connect(std::string_view userAgent, std::string_view host, std::u
   curl_easy_setopt(easy, CURLOPT_HEADERDATA, &exchange);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, Exchange::OnBody);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, &exchange);
+  // The environment's proxies are for the user who set them.
+  if (HasRaisedPrivileges()) curl_easy_setopt(easy, CURLOPT_PROXY, "");
   if (const auto elsewhere = TrustedEnvironment("ZEPH_CONNECT_TO")) {
     exchange.connectTo.reset(curl_slist_append(nullptr, elsewhere->c_str()));
     curl_easy_setopt(easy, CURLOPT_CONNECT_TO, exchange.connectTo.get());

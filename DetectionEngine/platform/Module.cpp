@@ -15,6 +15,7 @@
 
 #include <elf.h>
 #include <link.h>
+#include <pthread.h>
 #include <stdlib.h>
 #include <sys/auxv.h>
 #include <unistd.h>
@@ -138,12 +139,22 @@ std::optional<FileVersion> ReadVersionResource(const std::string& path) {
 std::uint32_t ProcessId() noexcept { return static_cast<std::uint32_t>(getpid()); }
 std::uint32_t ThreadId() noexcept { return static_cast<std::uint32_t>(gettid()); }
 
+void AtFork(void (*before)(), void (*after)()) { pthread_atfork(before, after, after); }
+
 bool HasRaisedPrivileges() noexcept { return getauxval(AT_SECURE) != 0; }
 
 std::optional<std::string> TrustedEnvironment(const char* name) {
   const char* value = secure_getenv(name);
   if (value == nullptr || *value == '\0') return {};
   return value;
+}
+
+void DropHostileEnvironment() noexcept {
+  if (!HasRaisedPrivileges()) return;
+  for (const char* name : {"SSLKEYLOGFILE", "CURL_SSL_BACKEND", "http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy",
+                           "ALL_PROXY", "no_proxy", "NO_PROXY"}) {
+    unsetenv(name);
+  }
 }
 
 }  // namespace zeph

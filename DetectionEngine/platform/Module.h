@@ -23,11 +23,19 @@ using FileVersion = std::array<std::uint16_t, 4>;
 [[nodiscard]] std::uint32_t ProcessId() noexcept;
 [[nodiscard]] std::uint32_t ThreadId() noexcept;
 
+/// Has before called on the thread that forks, just before each fork of this process, and after on the same thread behind
+/// it, in both processes. As long as this module is loaded.
+void AtFork(void (*before)(), void (*after)());
+
 /// True when the program has rights that its user doesn't have (set-user-id and the like), so that what the user
 /// can set, as the environment, is not to be trusted.
 [[nodiscard]] bool HasRaisedPrivileges() noexcept;
 
 /// The value of an environment variable; nothing when it isn't set, is empty, or the process has raised privileges.
 [[nodiscard]] std::optional<std::string> TrustedEnvironment(const char* name);
+
+/// In a process with raised privileges, takes out of the environment what libraries would follow that don't ask whether
+/// it is to be trusted: proxies, and a file to write the keys of TLS connections to. For the start, before threads.
+void DropHostileEnvironment() noexcept;
 
 }  // namespace zeph

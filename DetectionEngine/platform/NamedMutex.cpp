@@ -2,11 +2,13 @@
 #include "DetectionEngine/platform/NamedMutex.h"
 
 #include <algorithm>
+#include <array>
 #include <thread>
 
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "DetectionEngine/platform/Files.h"
@@ -35,13 +37,25 @@ std::string LockFileName(std::u16string_view name) {
   return file;
 }
 
+/// The lock's file in a folder of this user alone; below 0 when there can be no such folder or the file is another's.
 int OpenLockFile(const std::string& folder, const std::string& name) noexcept {
+  if (folder.empty() || !MakePrivateFolder(folder)) return -1;
   const std::string path = folder + "/" + name;
-  // A file of another user's may be locked though it can't be written to, but some systems refuse to open it with
-  // O_CREAT.
-  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (file >= 0 || errno != ENOENT) return file;
-  return open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
+  const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+  struct stat status {};
+  if (file < 0 || (fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid())) return file;
+  close(file);
+  return -1;
+}
+
+/// Where a lock lies that can't lie anywhere: it excludes the threads of this process. Names share them, which costs
+/// waiting and no more.
+constinit std::array<std::timed_mutex, 8> ownLocks;
+
+std::timed_mutex& OwnLock(std::string_view name) noexcept {
+  std::size_t sum = 0;
+  for (const char c : name) sum = sum * 31 + static_cast<unsigned char>(c);
+  return ownLocks[sum % ownLocks.size()];
 }
 
 }  // namespace
@@ -59,21 +73,23 @@ std::u16string NamedMutexName(std::u16string_view base, std::u16string_view suff
 
 NamedMutex::NamedMutex(std::u16string_view name) {
   const std::string fileName = LockFileName(name);
-  const std::string shared = MachineFolder() + "/locks";
-  if (MakeFolder(shared)) file_ = OpenLockFile(shared, fileName);
-  if (file_ >= 0) return;
-  // One place for all of the user's processes, so $TMPDIR has no say.
-  const std::string own = "/tmp/zeph-" + std::to_string(geteuid());
-  if (MakePrivateFolder(own) && MakeFolder(own + "/locks", 0700)) file_ = OpenLockFile(own + "/locks", fileName);
+  // A machine's folder that is missing is for others to make: it isn't private.
+  const std::string machine = MachineFolder();
+  if (FileExists(machine)) file_ = OpenLockFile(machine + "/locks", fileName);
+  const std::string user = UserFolder();
+  if (file_ < 0 && !user.empty()) file_ = OpenLockFile(user + "/locks", fileName);
+  if (file_ < 0) own_ = &OwnLock(fileName);
 }
 
 NamedMutex::~NamedMutex() {
+  Unlock();
   if (file_ >= 0) close(file_);
 }
 
 bool NamedMutex::TryLockFor(std::chrono::milliseconds limit) noexcept {
   using namespace std::chrono_literals;
-  if (file_ < 0 || held_) return false;
+  if (held_) return false;
+  if (own_ != nullptr) return held_ = own_->try_lock_for(limit);
   const auto end = std::chrono::steady_clock::now() + limit;
   std::chrono::microseconds pause = 50us;
   for (;;) {
@@ -86,7 +102,8 @@ bool NamedMutex::TryLockFor(std::chrono::milliseconds limit) noexcept {
 }
 
 void NamedMutex::Unlock() noexcept {
-  if (held_) flock(file_, LOCK_UN);
+  if (held_ && own_ != nullptr) own_->unlock();
+  if (held_ && own_ == nullptr) flock(file_, LOCK_UN);
   held_ = false;
 }
 

@@ -163,9 +163,7 @@ bool SettingsHive::CreateKey(std::string_view key) {
   const bool isPrivate = owner_ == HiveOwner::kUser;
   if (isNew) {
     const std::filesystem::path folder = std::filesystem::path(path_).parent_path();
-    std::error_code ignored;  // a folder that is missing shows when the file is made
-    std::filesystem::create_directories(folder.parent_path(), ignored);
-    MakeFolder(folder.string(), isPrivate ? 0700 : 0755);
+    MakeFolders(folder.string(), isPrivate ? 0700 : 0755);  // one that is missing shows when the file is made
   }
   HiveFile file(path_, HiveFile::kMake);
   if (isNew && isPrivate) SetFileMode(path_, 0600);

@@ -2,11 +2,13 @@
 #include "DetectionEngine/scoring/ImageMatcher.h"
 
 #include <array>
+#include <memory>
 #include <vector>
 
 #include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/base/ModuleTexts.h"
 #include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/platform/Lasting.h"
 
 namespace zeph {
 
@@ -82,7 +84,7 @@ std::int32_t ImageMatcher::Match(const ImageData& images, IndicatorResult& resul
 }
 
 ImageMatcher& ProcessImageMatcher() {
-  static ImageMatcher matcher(Narrow(FillModuleTexts().ModuleFolder));
+  static ImageMatcher& matcher = Lasting(std::make_unique<ImageMatcher>(Narrow(FillModuleTexts().ModuleFolder)));
   return matcher;
 }
 

@@ -5,12 +5,14 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
 #include "DetectionEngine/base/Md5Hex.h"
 #include "DetectionEngine/base/SettingsStore.h"
 #include "DetectionEngine/base/StringTable.h"
+#include "DetectionEngine/platform/Lasting.h"
 #include "DetectionEngine/text/CharacterClass.h"
 #include "DetectionEngine/text/FindAnyOf.h"
 #include "DetectionEngine/text/JoinedTexts.h"
@@ -73,7 +75,7 @@ struct CaptionFinders {
     return finder;
   }
   static const CaptionFinders& Get() {
-    static const CaptionFinders finders;
+    static const CaptionFinders& finders = Lasting(std::make_unique<const CaptionFinders>());
     return finders;
   }
 

@@ -6,6 +6,8 @@
 #include <memory>
 #include <wctype.h>
 
+#include "DetectionEngine/platform/Lasting.h"
+
 namespace zeph::detail {
 
 namespace {
@@ -37,8 +39,8 @@ std::unique_ptr<const CharacterTable> MakeTable() {
 }  // namespace
 
 const CharacterTable& Characters() noexcept {
-  static const std::unique_ptr<const CharacterTable> table = MakeTable();
-  return *table;
+  static const CharacterTable& table = Lasting(MakeTable());
+  return table;
 }
 
 }  // namespace zeph::detail

@@ -6,9 +6,11 @@
 #include <bit>
 #include <charconv>
 #include <limits>
+#include <memory>
 #include <system_error>
 #include <utility>
 
+#include "DetectionEngine/platform/Lasting.h"
 #include "DetectionEngine/text/CharacterClass.h"
 #include "DetectionEngine/text/UnitBlock.h"
 
@@ -51,7 +53,7 @@ struct Itself {
 class OriginTable {
  public:
   static const OriginTable& Get() {
-    static const OriginTable table;
+    static const OriginTable& table = Lasting(std::unique_ptr<const OriginTable>(new OriginTable));
     return table;
   }
 

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <memory>
+
+#include "DetectionEngine/platform/Lasting.h"
 
 namespace zeph {
 
@@ -33,7 +36,7 @@ std::u16string Joined(std::u16string_view code, std::u16string_view word) {
 }
 
 UrlScoreCache& Cache() {
-  static UrlScoreCache cache;
+  static UrlScoreCache& cache = Lasting(std::make_unique<UrlScoreCache>());
   return cache;
 }
 

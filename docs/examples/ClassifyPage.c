@@ -60,6 +60,10 @@ int main(int argc, char **argv) {
   free(bytes);
   free(url);
 
+  if (result != 0) {
+    char why[1024];
+    if (GetLoadFailure(why, sizeof why) != 0) fprintf(stderr, "classify-page: %s\n", why);
+  }
   printf("result %d classification %d spooficity %.2f\n", (int)result, (int)classification, (double)spooficity);
   return result == 0 ? 0 : 1;
 }

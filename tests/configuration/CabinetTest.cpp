@@ -257,7 +257,7 @@ TEST_F(CabinetTest, StoredDataInSeveralFoldersIsReadAndTheLastOfANameCounts) {
 
 TEST(Extraction, TakesThePackedFilesAloneWhateverElseTheCabinetHolds) {
   const Extraction both = Extract(StoredCabinet(
-      {{{"../packed2.dat", "1"}, {"/etc/passwd", "2"}, {"packed3.dat", "m"}, {"", "3"}, {"packed2.dat", "p"}}}));
+      {{{"../packed2.dat", "1"}, {"/etc/passwd", "2"}, {"packed3.dat", "m"}, {"a\\b", "3"}, {"packed2.dat", "p"}}}));
   EXPECT_EQ(both.refusal, "");
   EXPECT_EQ(both.pack, "p");
   EXPECT_EQ(both.memoryFile, "m");

@@ -8,6 +8,7 @@
 
 #include "DetectionEngine/base/DataFolder.h"
 #include "DetectionEngine/base/DebugLog.h"
+#include "DetectionEngine/platform/Clock.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
 #include "DetectionEngine/platform/SettingsHive.h"
@@ -81,6 +82,11 @@ class ConfigurationMgrTest : public FoldersTest {
     pair.configuration.NewConfigFile = Widen(newConfigFile);
     return {"packed3.dat", SealedMemoryFile(pair)};
   }
+  /// A call of Run that looks at the files.
+  static bool RunAnew(ConfigurationMgr& manager) {
+    for (const std::int64_t tick = CoarseTick(); CoarseTick() == tick;) std::this_thread::sleep_for(1ms);
+    return manager.Run();
+  }
   static std::string ServerOf(const ConfigurationMgr& manager) {
     return Narrow(manager.Active()->configuration.Resources.Server);
   }
@@ -130,44 +136,132 @@ TEST_F(ConfigurationMgrTest, RunTakesTheSharedPackageFirstAndTheModulesOwnForWan
   }
 }
 
-TEST_F(ConfigurationMgrTest, RunReplacesWhatIsLoadedOnlyByALaterPackage) {
-  Write(Original(), {Pack("first")}, 1000);
-  ConfigurationMgr manager(Module());
-  ASSERT_TRUE(manager.Run());
-  const struct {
-    const char* name;
-    std::int64_t second;
+// A package that is put back, as by "cp -p", is older; following every change means to take it.
+TEST_F(ConfigurationMgrTest, RunReplacesWhatIsLoadedByALaterPackageOrByEveryOther) {
+  struct Step {
+    const char* name;  ///< the server's, of a good package
+    std::int64_t second;  ///< 0: there is none
     bool isGood;
     const char* loaded;
-  } steps[] = {
-      {"older", 999, true, "first"},    {"equally old", 1000, true, "first"}, {"later but bad", 1002, false, "first"},
-      {"later", 1001, true, "later"},   {"equal again", 1001, true, "later"}, {"bad", 1003, false, "later"},
-      {"mended", 1003, true, "mended"},
+    const char* failure;  ///< what it ends with; null: not looked at
   };
-  for (const auto& step : steps) {
-    Write(New(), {step.isGood ? Pack(step.name) : PackedFile{"packed2.dat", "nonsense"}}, step.second);
-    EXPECT_TRUE(manager.Run()) << step.name;
-    EXPECT_EQ(ServerOf(manager), step.loaded) << step.name;
-    EXPECT_TRUE(manager.Run()) << step.name;
-    EXPECT_EQ(ServerOf(manager), step.loaded) << step.name;
+  constexpr char kNotLater[] = "it isn't later than the package in force, and not loaded";
+  const std::vector<Step> later = {
+      {"older", 999, true, "first", kNotLater},
+      {"equally old", 1000, true, "first", kNotLater},
+      {"later but bad", 1002, false, "first", "is broken, or enciphered with another key"},
+      {"later", 1001, true, "later", nullptr},
+      {"equal again", 1001, true, "later", kNotLater},
+      {"bad", 1003, false, "later", nullptr},
+      {"mended", 1003, true, "mended", nullptr},
+      {"", 0, true, "mended", "it was removed, and stays in force"},
+  };
+  const std::vector<Step> every = {
+      {"older", 999, true, "older", nullptr},     {"newer", 1001, true, "newer", nullptr},
+      {"bad", 998, false, "newer", nullptr},      {"put back", 997, true, "put back", nullptr},
+      {"", 0, true, "first", nullptr},            {"older still", 996, true, "older still", nullptr},
+  };
+  for (const bool followsEvery : {false, true}) {
+    Write(Original(), {Pack("first")}, 1000);
+    ConfigurationMgr manager(Module());
+    manager.FollowEveryChange(followsEvery);
+    ASSERT_TRUE(manager.Run());
+    EXPECT_EQ(ServerOf(manager), "first");
+    for (const auto& step : followsEvery ? every : later) {
+      fs::remove(New());
+      if (step.second != 0) {
+        Write(New(), {step.isGood ? Pack(step.name) : PackedFile{"packed2.dat", "nonsense"}}, step.second);
+      }
+      EXPECT_TRUE(RunAnew(manager)) << step.name;
+      EXPECT_EQ(ServerOf(manager), step.loaded) << step.name;
+      const auto pair = manager.Active();
+      EXPECT_TRUE(RunAnew(manager)) << step.name;
+      EXPECT_EQ(manager.Active(), pair) << step.name << " is loaded twice";
+      if (step.failure != nullptr) {
+        EXPECT_TRUE(manager.LastFailure().starts_with(New() + ": ")) << manager.LastFailure();
+        EXPECT_TRUE(manager.LastFailure().ends_with(step.failure)) << step.name << ": " << manager.LastFailure();
+      }
+    }
   }
-  fs::remove(New());
-  EXPECT_TRUE(manager.Run());
 }
 
 TEST_F(ConfigurationMgrTest, MemoryFileBringsThePathThatTheNextPackageIsLookedForAt) {
-  Write(Original(), {Memory("first", Path("elsewhere.zip"))}, 1000);
-  Write(Path("elsewhere.zip"), {Memory("second", "")}, 2000);
-  ConfigurationMgr manager(Module());
-  ASSERT_TRUE(manager.Run());
-  EXPECT_EQ(ServerOf(manager), "first");
-  Write(New(), {Pack("at the usual place")}, 3000);
-  ASSERT_TRUE(manager.Run());
-  EXPECT_EQ(ServerOf(manager), "second");
-  // An empty path means that no newer package is ever found.
-  Write(Path("elsewhere.zip"), {Pack("third")}, 4000);
-  ASSERT_TRUE(manager.Run());
-  EXPECT_EQ(ServerOf(manager), "second");
+  const std::string ownText = Narrow(kOwnText);
+  struct Row {
+    const char* name;
+    std::string stored;  ///< NewConfigFile in the package that is loaded first
+    const char* next;  ///< the server's name after another look
+  };
+  const Row rows[] = {
+      {"a path", Path("elsewhere.zip"), "elsewhere"},
+      {"no path: none is ever found", "", "first"},
+      {"the loader's own", ownText, "at the usual place"},
+  };
+  for (const Row& row : rows) {
+    fs::remove(New());
+    Write(Original(), {Memory("first", row.stored)}, 1000);
+    ConfigurationMgr manager(Module());
+    ASSERT_TRUE(manager.Run());
+    EXPECT_EQ(ServerOf(manager), "first") << row.name;
+    Write(Path("elsewhere.zip"), {Memory("elsewhere", "")}, 2000);
+    Write(New(), {Memory("at the usual place", ownText)}, 3000);
+    ASSERT_TRUE(RunAnew(manager));
+    EXPECT_EQ(ServerOf(manager), row.next) << row.name;
+  }
+}
+
+TEST_F(ConfigurationMgrTest, PackageThatOthersMayHaveWrittenIsNotBelieved) {
+  if (geteuid() != 0) GTEST_SKIP() << "files of other users can't be made";
+  constexpr uid_t kStranger = 65534;
+  const struct {
+    const char* name;
+    fs::perms file;
+    fs::perms folder;
+    uid_t fileOwner;
+    uid_t folderOwner;
+    uid_t moduleOwner;
+    bool isBelieved;
+  } rows[] = {
+      {"the user's own", fs::perms(0644), fs::perms(0755), 0, 0, 0, true},
+      {"a file that all may write", fs::perms(0666), fs::perms(0755), 0, 0, 0, false},
+      {"a folder that all may write", fs::perms(0644), fs::perms(0777), 0, 0, 0, false},
+      {"one where they may only add", fs::perms(0644), fs::perms(01777), 0, 0, 0, true},
+      {"a group's", fs::perms(0664), fs::perms(0775), 0, 0, 0, true},
+      {"a stranger's file", fs::perms(0644), fs::perms(0755), kStranger, 0, 0, false},
+      {"a stranger's folder", fs::perms(0644), fs::perms(0755), 0, kStranger, 0, false},
+      {"of who made the module", fs::perms(0644), fs::perms(0755), kStranger, kStranger, kStranger, true},
+  };
+  Fill(Path("module/engine.so"), "");
+  for (const auto& row : rows) {
+    Write(New(), {Pack("shared")});
+    const std::string folder = fs::path(New()).parent_path().string();
+    fs::permissions(New(), row.file);
+    fs::permissions(folder, row.folder);
+    ASSERT_EQ(chown(New().c_str(), row.fileOwner, 0), 0);
+    ASSERT_EQ(chown(folder.c_str(), row.folderOwner, 0), 0);
+    ASSERT_EQ(chown(Path("module/engine.so").c_str(), row.moduleOwner, 0), 0);
+    ConfigurationMgr manager(Module());
+    EXPECT_EQ(manager.Run(), row.isBelieved) << row.name << ": " << manager.LastFailure();
+    EXPECT_TRUE(ConfigurationMgr(Module()).LoadPackage(Widen(New()))) << "what is named by hand is believed";
+  }
+}
+
+// As the process's own manager is called around a fork.
+TEST_F(ConfigurationMgrTest, ChildForkedWhileTheLoadThreadRunsLoadsForItself) {
+  Write(Original(), {Memory("own", "")});
+  for (int round = 0; round < 20; ++round) {
+    ConfigurationMgr manager(Module());
+    manager.SetConfigFileBaseName("engine");
+    manager.BeforeFork();
+    Child child([&] {
+      alarm(20);
+      manager.AfterFork();
+      return manager.Run() && ServerOf(manager) == "own";
+    });
+    manager.AfterFork();
+    EXPECT_TRUE(child.Join());
+    EXPECT_TRUE(manager.Run());
+  }
 }
 
 TEST_F(ConfigurationMgrTest, LoadedRecordsAreReadyForUse) {
@@ -273,14 +367,14 @@ TEST_F(ConfigurationMgrTest, UnfitPackagesAreRefusedWithTheirReason) {
       Write(Path("bad.zip"), row.files);
     }
     EXPECT_FALSE(manager.LoadPackage(Widen(Path("bad.zip")))) << row.name;
-    EXPECT_EQ(manager.LastFailure(), row.failure) << row.name;
+    EXPECT_EQ(manager.LastFailure(), Path("bad.zip: ") + row.failure) << row.name;
     EXPECT_EQ(manager.Active(), before) << row.name;
     fs::remove(Path("bad.zip"));
   }
   EXPECT_FALSE(manager.LoadPackage(Widen(Path("bad.zip"))));
-  EXPECT_EQ(manager.LastFailure(), "CAB file not found");
+  EXPECT_EQ(manager.LastFailure(), Path("bad.zip: CAB file not found"));
   EXPECT_FALSE(manager.LoadPackage(Widen(Path("machine"))));
-  EXPECT_EQ(manager.LastFailure(), "it can't be read: Is a directory");
+  EXPECT_EQ(manager.LastFailure(), Path("machine: it can't be read: Is a directory"));
 }
 
 TEST_F(ConfigurationMgrTest, LoadThreadLoadsOnceAndRunWaitsForIt) {
@@ -359,9 +453,9 @@ TEST_F(ConfigurationMgrTest, SignatureTestRefusesWhatIsNotSignedByAnAcceptedSign
   EXPECT_TRUE(manager.LoadPackage(Widen(Path("plain.zip"))));
   manager.SetVerifyPackageSignature(true);
   EXPECT_FALSE(manager.LoadPackage(Widen(Path("plain.zip"))));
-  EXPECT_EQ(manager.LastFailure(), "the package isn't signed");
+  EXPECT_EQ(manager.LastFailure(), Path("plain.zip: the package isn't signed"));
   EXPECT_FALSE(manager.LoadPackage(Widen(Path("stranger.zip"))));
-  EXPECT_EQ(manager.LastFailure(), "\"Somebody\" isn't an accepted signer");
+  EXPECT_EQ(manager.LastFailure(), Path("stranger.zip: \"Somebody\" isn't an accepted signer"));
   EXPECT_FALSE(manager.LoadPackage(Widen(Path("missing.zip"))));
   EXPECT_TRUE(manager.LoadPackage(Widen(Path("signed.zip")))) << manager.LastFailure();
   unsetenv("SSL_CERT_FILE");

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // libDetectionEngine.so as others meet it.
 #include <array>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -9,9 +11,12 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "DetectionEngine/DetectionEngine.h"
 #include "TestPaths.h"
@@ -129,6 +134,63 @@ TEST(SharedLibrary, CanBeLoadedAndUnloadedManyTimes) {
   const auto threads = std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
   EXPECT_LE(threads, 2) << "the load thread outlived the library";  // a sanitizer may keep one of its own
   std::filesystem::remove(copy);
+}
+
+/// True when a process that does this ends by itself, with the status 0.
+template <class Work>
+bool EndsWell(Work work) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(60);
+    work();
+    std::exit(0);
+  }
+  int status = -1;
+  return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+void Classify() {
+  std::int32_t classification = 0;
+  if (ClassifyURL(u"http://paypal.evil.example/login", &classification, nullptr, nullptr) != 0) _exit(1);
+}
+
+TEST(SharedLibrary, ProgramMayEndWhileItsThreadsClassify) {
+  for (int round = 0; round < 30; ++round) {
+    EXPECT_TRUE(EndsWell([round] {
+      Classify();
+      for (int i = 0; i < 8; ++i) {
+        std::thread([] {
+          for (;;) Classify();
+        }).detach();
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(round));
+    }));
+  }
+}
+
+TEST(SharedLibrary, ChildOfAProgramThatLoadsIsFreeOfTheLoad) {
+  for (int round = 0; round < 30; ++round) {
+    EXPECT_TRUE(EndsWell([round] {
+      SetConfigFileBaseName("libDetectionEngine");
+      std::this_thread::sleep_for(std::chrono::milliseconds(round / 3));
+      if (!EndsWell(Classify)) _exit(1);
+      Classify();
+    }));
+  }
+}
+
+TEST(SharedLibrary, TellsWhyThereIsNoConfiguration) {
+  EXPECT_TRUE(EndsWell([] {
+    std::int32_t classification = 0;
+    SetConfigFileBaseName("no-such-package");
+    if (ClassifyURL(u"http://example.org/", &classification, nullptr, nullptr) != 1) _exit(2);
+    std::array<char, 4096> text{};
+    const std::size_t length = GetLoadFailure(text.data(), text.size());
+    const std::string failure(text.data());
+    if (failure.size() != length || !failure.ends_with("/no-such-package.zip: CAB file not found")) _exit(3);
+    if (GetLoadFailure(text.data(), 4) != length || std::string(text.data()) != failure.substr(0, 3)) _exit(4);
+    if (GetLoadFailure(nullptr, 0) != length) _exit(5);
+  }));
 }
 
 }  // namespace

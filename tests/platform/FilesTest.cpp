@@ -98,6 +98,21 @@ TEST_F(FilesTest, MovesAndRemoves) {
   EXPECT_TRUE(FileExists(Path("machine")));
 }
 
+TEST_F(FilesTest, NothingIsMadeForOthersToWriteWhateverTheMask) {
+  const mode_t before = umask(0);
+  EXPECT_TRUE(MakeFolders(Path("a/b")));
+  EXPECT_TRUE(MakePrivateFolder(Path("c/d")));
+  EXPECT_TRUE(WriteWholeFile(Path("whole"), "x"));
+  EXPECT_TRUE(AppendToFile(Path("log"), "x"));
+  umask(before);
+  for (const auto& [name, mode] : {std::pair("a", 0755), std::pair("a/b", 0755), std::pair("c", 0700),
+                                   std::pair("c/d", 0700), std::pair("whole", 0644), std::pair("log", 0600)}) {
+    EXPECT_EQ(std::filesystem::status(Path(name)).permissions(), std::filesystem::perms(mode)) << name;
+  }
+  std::filesystem::create_directory_symlink(Path("a"), Path("link"));
+  EXPECT_FALSE(MakePrivateFolder(Path("link"))) << "it may lead into somebody else's";
+}
+
 TEST_F(FilesTest, UsersFolderFollowsTheEnvironment) {
   const struct {
     const char* zeph;

@@ -2,6 +2,9 @@
 #include <thread>
 #include <vector>
 
+#include <sys/stat.h>
+
+#include "DetectionEngine/platform/Files.h"
 #include "DetectionEngine/platform/NamedMutex.h"
 #include "tests/platform/TestFolders.h"
 
@@ -84,11 +87,34 @@ TEST_F(NamedMutexTest, DeathOfTheHolderFreesIt) {
   close(ready[1]);
 }
 
-TEST_F(NamedMutexTest, UserWithoutAccessToTheMachinesFolderHasLocksOfHisOwn) {
-  setenv("ZEPH_MACHINE_DIR", Path("missing/machine").c_str(), 1);
-  NamedMutex first(u"zeph test of the user's locks"), second(u"zeph test of the user's locks");
+// Who can open a lock's file can hold it for ever.
+TEST_F(NamedMutexTest, NobodyElseCanHoldIt) {
+  const mode_t before = umask(0);
+  std::filesystem::create_directory(Path("machine/locks"));
+  std::filesystem::permissions(Path("machine/locks"), std::filesystem::perms(0777));
+  { NamedMutex made(u"a"); }
+  umask(before);
+  EXPECT_EQ(std::filesystem::status(Path("machine/locks")).permissions(), std::filesystem::perms(0700));
+  EXPECT_EQ(std::filesystem::status(Path("machine/locks/a")).permissions(), std::filesystem::perms(0600));
+  if (geteuid() != 0) return;
+  for (const char* planted : {"machine/locks/a", "machine/locks"}) {  // what another user made beforehand isn't used
+    ASSERT_EQ(chown(Path(planted).c_str(), 65534, 65534), 0);
+    NamedMutex first(u"a"), second(u"a");
+    EXPECT_TRUE(first.TryLockFor(0ms)) << planted;
+    EXPECT_FALSE(second.TryLockFor(0ms)) << planted;
+    EXPECT_TRUE(FileExists(Path("user/locks/a"))) << planted;
+  }
+}
+
+TEST_F(NamedMutexTest, ThreadsMeetThoughThereIsNoFolderForLocks) {
+  setenv("ZEPH_MACHINE_DIR", Path("missing").c_str(), 1);
+  setenv("ZEPH_USER_DIR", "/proc/none", 1);
+  NamedMutex first(u"a"), second(u"a");
   EXPECT_TRUE(first.TryLockFor(0ms));
-  EXPECT_FALSE(second.TryLockFor(0ms));
+  std::jthread([&] { EXPECT_FALSE(second.TryLockFor(1ms)); }).join();
+  first.Unlock();
+  std::jthread([&] { EXPECT_TRUE(second.TryLockFor(0ms)); second.Unlock(); }).join();
+  EXPECT_FALSE(FileExists(Path("missing")));
 }
 
 }  // namespace

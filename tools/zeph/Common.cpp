@@ -60,10 +60,12 @@ void UseConfiguration(const ConfigurationChoice& choice) {
   } else if (!choice.package.empty()) {
     if (!std::filesystem::exists(choice.package)) throw CommandError(choice.package + ": no such package");
     if (!manager.LoadPackage(Widen(choice.package))) {
-      throw CommandError(choice.package + ": not loaded: " + manager.LastFailure());
+      throw CommandError(choice.package + ": not loaded: " + manager.LastFailure().substr(choice.package.size() + 2));
     }
-  } else if (!manager.Run()) {
-    throw CommandError("no default package could be loaded: " + manager.LastFailure());
+  } else {
+    // Who puts an older package back, or takes one away, means it; a command needn't be held to what is later.
+    manager.FollowEveryChange(true);
+    if (!manager.Run()) throw CommandError("no default package could be loaded: " + manager.LastFailure());
   }
   const bool isClient = choice.installation == "client";
   const auto active = manager.Active();

@@ -3,12 +3,11 @@
 #include <fstream>
 
 #include "DetectionEngine/DetectionEngine.h"
-#include "DetectionEngine/base/DataFolder.h"
 #include "DetectionEngine/configuration/Cabinet.h"
 #include "DetectionEngine/configuration/MemoryFileWriter.h"
 #include "DetectionEngine/configuration/Pack.h"
 #include "DetectionEngine/configuration/TextSources.h"
-#include "DetectionEngine/platform/CodePage.h"
+#include "DetectionEngine/platform/Files.h"
 #include "tools/zeph/Common.h"
 #include "tools/zeph/RuleTexts.h"
 #include "tools/zeph/ScratchFolder.h"
@@ -23,7 +22,6 @@ struct BuildOptions {
   std::string sources;
   std::string output;
   std::string format = "memory";
-  std::string module;
 };
 
 struct UnpackOptions {
@@ -49,28 +47,6 @@ std::vector<const char*> Pointers(const std::vector<std::string>& texts) {
   return pointers;
 }
 
-/// The texts of the module that will load the package. A load by the memory route takes them from the file, and looks
-/// for a newer package where they say, so they are those of the machine that builds, unless told otherwise.
-void SetModuleTexts(Configuration& configuration, const BuildOptions& options) {
-  const fs::path output = fs::absolute(options.output);
-  const fs::path stem = output.stem();
-  fs::path module = options.module.empty() ? fs::path() : fs::absolute(options.module);
-  if (module.empty()) {
-    for (const fs::path& candidate : {output.parent_path() / (stem.string() + ".so"), output.parent_path() / stem}) {
-      if (module.empty() && fs::is_regular_file(candidate)) module = candidate;
-    }
-  }
-  const fs::path folder = module.empty() ? output.parent_path() : module.parent_path();
-  const std::string packageName = stem.string() + ".zip";
-  configuration.ModulePath = Widen(module.string());
-  configuration.ModuleFolder = Widen(folder.string());
-  configuration.ConfigBaseName = Widen(stem.string());
-  configuration.OriginalConfigFile = Widen((folder / packageName).string());
-  configuration.NewConfigFile = Widen((fs::path(GetDataFolder()) / packageName).string());
-  configuration.SpareConfigFile = configuration.NewConfigFile;
-  configuration.ActiveConfigFile = configuration.OriginalConfigFile;
-}
-
 /// The packed file of a package, under its name in the cabinet.
 fs::path MakePackedFile(const BuildOptions& options, const fs::path& folder) {
   if (options.format == "pack") {
@@ -85,7 +61,7 @@ fs::path MakePackedFile(const BuildOptions& options, const fs::path& folder) {
   }
   ConfigurationPair pair;
   LoadTextSources(options.sources, pair);
-  SetModuleTexts(pair.configuration, options);
+  for (const auto text : kModuleTexts) pair.configuration.*text = kOwnText;
   const fs::path packed = folder / "packed3.dat";
   const std::optional<std::string> content = SealMemoryFile(WriteMemoryFile(pair.configuration, pair.indicators));
   if (!content) throw CommandError(options.sources + ": more than a memory file can hold");
@@ -104,6 +80,9 @@ void Build(const BuildOptions& options) {
     files.push_back((scratch.Path() / kRuleTextsFile).string());
     WriteFile(files.back(), texts);
   }
+  // A cabinet tells when its files were written last. The time of the build is nobody's business: the same sources give the
+  // same package.
+  for (const std::string& file : files) SetLastWriteTime(file, 0);
   if (!MakeCabinet(Pointers(files).data(), static_cast<std::int32_t>(files.size()), output.filename().c_str(), folder.c_str())) {
     throw CommandError(options.output + ": can't be written");
   }
@@ -148,8 +127,6 @@ void AddPackageCommand(CLI::App& program, int&) {
   build->add_option("--format", buildOptions->format, "memory: loads fast; pack: the sources themselves, packed")
       ->check(CLI::IsMember({"memory", "pack"}))
       ->capture_default_str();
-  build->add_option("--module", buildOptions->module,
-                    "The library or program that will load it (default: the one of the same name beside the package)");
   build->footer("package/README.md and docs/package.md tell how sources are written.");
   build->callback([buildOptions] { Build(*buildOptions); });
 

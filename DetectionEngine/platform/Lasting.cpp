@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "DetectionEngine/platform/Lasting.h"
+
+#include <mutex>
+
+#include <cxxabi.h>
+#include <semaphore.h>
+
+namespace zeph {
+
+namespace {
+
+struct Entry {
+  void (*remove)(void*);
+  void* object;
+  Entry* next;
+};
+
+constinit std::mutex guard;
+constinit Entry* newest = nullptr;
+
+/// Above 0 once the process is ending. It lies on the heap, and a function of the C library writes it, since the module
+/// may be gone by then.
+constinit sem_t* ending = nullptr;
+
+[[gnu::constructor]] void WatchForTheEnd() {
+  ending = new sem_t;
+  sem_init(ending, 0, 0);
+  const auto post = reinterpret_cast<void (*)(void*)>(reinterpret_cast<void (*)()>(&sem_post));
+  // With no module to belong to it is called at the end of the process only, and then before any module's destructors.
+  if (abi::__cxa_atexit(post, ending, nullptr) != 0) sem_post(ending);
+}
+
+// The last of this module's destructors, by its priority.
+[[gnu::destructor(101)]] void RemoveAll() {
+  int value = 0;
+  if (sem_getvalue(ending, &value) != 0 || value > 0) return;
+  while (Entry* const entry = newest) {
+    newest = entry->next;
+    entry->remove(entry->object);
+    delete entry;
+  }
+}
+
+}  // namespace
+
+void RemoveAtUnload(void (*remove)(void*), void* object) {
+  const std::lock_guard lock(guard);
+  newest = new Entry{remove, object, newest};
+}
+
+}  // namespace zeph
