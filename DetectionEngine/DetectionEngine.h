@@ -6,8 +6,8 @@
  *  1. Wide text is UTF-16 in char16_t, zero-terminated unless a length stands beside it. Narrow text is UTF-8.
  *  2. A function keeps none of the pointers that it is given, except the callbacks.
  *  3. Results are 32-bit: 0 success, 1 a null argument or no configuration, others as each function says.
- *  4. Buffers for names have no length: give room for the longest company or server name of the configuration
- *     and a terminator (kZephNameRoom is more than any package that this project makes).
+ *  4. Buffers for names have no length: give room for kZephNameRoom characters. No more are written, the
+ *     terminator among them; a longer company or server name of the configuration is cut.
  *  5. Every function may be called from any thread at any time; nothing throws.
  *  6. Detail goes to the log, see docs/integration.md; GetLoadFailure tells why there is no configuration.
  *  7. Threads may be in the library when the program returns from main: what they use stays until the process is gone.
@@ -42,7 +42,7 @@ typedef struct ZephDocument ZephDocument;
 typedef struct ZephEngineResults ZephEngineResults;
 #endif
 
-/* Room in characters for a company or server name. */
+/* Room in characters for a company or server name, with its terminator. */
 enum { kZephNameRoom = 1024 };
 
 /* Classifications. */

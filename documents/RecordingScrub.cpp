@@ -14,9 +14,6 @@ namespace zeph {
 
 namespace {
 
-/// Attributes that hold a URL.
-constexpr std::array<std::u16string_view, 5> kUrlAttributes = {u"href", u"src", u"action", u"background", u"content"};
-
 /// Fields whose value is what stands on a button.
 constexpr std::array<std::u16string_view, 3> kButtonTypes = {u"submit", u"button", u"reset"};
 
@@ -31,6 +28,55 @@ bool IsOneOf(std::u16string_view text, const std::array<std::u16string_view, kCo
 
 std::u16string_view WithoutQuery(std::u16string_view url) noexcept { return url.substr(0, url.find(u'?')); }
 
+bool EndsAddress(char16_t c) noexcept {
+  return IsSpace(c) || std::u16string_view(u"\"'`<>()[]{},;\\").find(c) != std::u16string_view::npos;
+}
+
+/// A run without blanks and quotes is an address: it has a scheme, or is a path from the root.
+bool LooksLikeAddress(std::u16string_view run) noexcept {
+  return run.starts_with(u'/') || run.find(u"://") != std::u16string_view::npos;
+}
+
+/// The text without the queries of the addresses in it; the rest of it stays, a question mark in prose among that.
+std::u16string WithoutQueries(std::u16string_view text) {
+  std::u16string scrubbed;
+  scrubbed.reserve(text.size());
+  while (!text.empty()) {
+    const auto end = std::ranges::find_if(text, EndsAddress);
+    const std::u16string_view run = text.substr(0, static_cast<std::size_t>(end - text.begin()));
+    const std::u16string_view address = WithoutQuery(run);
+    scrubbed.append(address.size() < run.size() && LooksLikeAddress(address) ? address : run);
+    text.remove_prefix(run.size());
+    if (text.empty()) break;
+    scrubbed += text.front();
+    text.remove_prefix(1);
+  }
+  return scrubbed;
+}
+
+/// Attributes whose text is for a reader, or a name; whatever else an attribute is, it may be an address.
+constexpr std::array<std::u16string_view, 22> kTextAttributes = {
+    u"alt",      u"title", u"placeholder", u"label", u"summary", u"abbr",   u"aria-label", u"name",
+    u"id",       u"class", u"type",        u"rel",   u"lang",    u"value",  u"style",      u"onclick",
+    u"onsubmit", u"onload", u"onchange",   u"width", u"height",  u"http-equiv"};
+
+/// An attribute's value without what may be a query.
+std::u16string ScrubValue(std::u16string_view name, std::u16string_view value) {
+  if (IsOneOf(name, kTextAttributes)) return WithoutQueries(value);
+  // A list of addresses, or one with a number in front ("5; url=a?b"), has blanks between them.
+  std::u16string scrubbed;
+  while (!value.empty()) {
+    const auto end = std::ranges::find_if(value, IsSpace);
+    const std::u16string_view run = value.substr(0, static_cast<std::size_t>(end - value.begin()));
+    scrubbed.append(WithoutQuery(run));
+    value.remove_prefix(run.size());
+    if (value.empty()) break;
+    scrubbed += value.front();
+    value.remove_prefix(1);
+  }
+  return scrubbed;
+}
+
 /// Copies markup without the values of fields and the queries of URLs. Linear; knows tags, attributes, comments and the
 /// elements whose content is no markup.
 class MarkupScrubber {
@@ -40,9 +86,11 @@ class MarkupScrubber {
   std::u16string Scrub() {
     scrubbed_.reserve(markup_.size());
     while (at_ < markup_.size()) {
-      CopyUpTo(std::min(markup_.find(u'<', at_), markup_.size()));
+      ScrubUpTo(std::min(markup_.find(u'<', at_), markup_.size()));
       if (markup_.substr(at_, 4) == u"<!--") {
-        CopyThrough(u"-->");
+        const std::size_t end = FindExact(markup_, u"-->", at_);
+        CopyUpTo(std::min(at_ + 4, markup_.size()));
+        ScrubUpTo(end == std::u16string_view::npos ? markup_.size() : std::max(end, at_));
       } else if (at_ < markup_.size()) {
         ScrubTag();
       }
@@ -62,9 +110,9 @@ class MarkupScrubber {
     at_ = end;
   }
 
-  void CopyThrough(std::u16string_view text) {
-    const std::size_t found = FindExact(markup_, text, at_);
-    CopyUpTo(found == std::u16string_view::npos ? markup_.size() : found + text.size());
+  void ScrubUpTo(std::size_t end) {
+    scrubbed_ += WithoutQueries(markup_.substr(at_, end - at_));
+    at_ = end;
   }
 
   void ScrubTag() {
@@ -79,16 +127,14 @@ class MarkupScrubber {
           return EqualsNoCase(attribute.name, u"type") && IsOneOf(attribute.value, kButtonTypes);
         });
     for (const Attribute& attribute : attributes) {
-      std::size_t kept = attribute.value.size();
-      if (isField && EqualsNoCase(attribute.name, u"value")) kept = 0;
-      if (IsOneOf(attribute.name, kUrlAttributes)) kept = WithoutQuery(attribute.value).size();
-      CopyUpTo(attribute.valueBegin + kept);
+      CopyUpTo(attribute.valueBegin);
+      if (!isField || !EqualsNoCase(attribute.name, u"value")) scrubbed_ += ScrubValue(attribute.name, attribute.value);
       at_ = attribute.valueBegin + attribute.value.size();
     }
     CopyUpTo(behind);
     if (EqualsNoCase(name, u"textarea")) at_ = FindEndOf(u"</textarea");
-    if (EqualsNoCase(name, u"script")) CopyUpTo(FindEndOf(u"</script"));
-    if (EqualsNoCase(name, u"style")) CopyUpTo(FindEndOf(u"</style"));
+    if (EqualsNoCase(name, u"script")) ScrubUpTo(FindEndOf(u"</script"));
+    if (EqualsNoCase(name, u"style")) ScrubUpTo(FindEndOf(u"</style"));
   }
 
   /// Where this end tag begins; the end of all when there is none.
@@ -132,33 +178,35 @@ class MarkupScrubber {
 void ScrubAnswers(std::span<RecordedAnswer> answers, TextArena& texts) {
   const RecordedAnswer* const type = FindAnswer(answers, Operation::kGetAttribute, u"type");
   const bool isButton = type != nullptr && type->text && IsOneOf(*type->text, kButtonTypes);
+  const auto keep = [&texts](std::u16string scrubbed) { return texts.Keep(scrubbed); };
   for (RecordedAnswer& answer : answers) {
     if (!answer.text) continue;
     switch (answer.operation) {
       case Operation::kGetAttribute:
       case Operation::kAttributes:
-        if (answer.name == u"value" && !isButton) answer.text = u"";
-        if (IsOneOf(answer.name, kUrlAttributes)) answer.text = WithoutQuery(*answer.text);
+        if (answer.name == u"value" && !isButton) {
+          answer.text = u"";
+        } else {
+          answer.text = keep(ScrubValue(answer.name, *answer.text));
+        }
         break;
       case Operation::kInnerHtml:
-      case Operation::kOuterHtml: {
-        std::u16string scrubbed = MarkupScrubber(*answer.text).Scrub();
-        answer.text = texts.Keep(scrubbed);
+      case Operation::kOuterHtml:
+        answer.text = keep(MarkupScrubber(*answer.text).Scrub());
         break;
-      }
-      case Operation::kUrl:
-      case Operation::kReferrer:
-      case Operation::kAction:
-      case Operation::kAnchorHref:
-      case Operation::kAreaHref:
-      case Operation::kImgSrc:
-      case Operation::kScriptSrc:
-      case Operation::kBackground:
-      case Operation::kLinkHref:
-      case Operation::kContent:
-        answer.text = WithoutQuery(*answer.text);
+      case Operation::kTitle:
+      case Operation::kInnerText:
+      case Operation::kTagName:
+      case Operation::kScriptText:
+      case Operation::kCommentText:
+      case Operation::kRel:
+      case Operation::kHttpEquiv:
+      case Operation::kNodeName:
+        answer.text = keep(WithoutQueries(*answer.text));
         break;
       default:
+        // An address, as whatever comes later may be.
+        answer.text = WithoutQuery(*answer.text);
         break;
     }
   }
@@ -171,9 +219,7 @@ void ScrubRecording(Recording& recording) {
   for (const RecordedElement& element : recording.elements) {
     ScrubAnswers(std::span(recording.answers).subspan(element.firstAnswer, element.answerCount), recording.texts);
   }
-  std::map<std::string, std::string, std::less<>> cache;
-  for (auto& [url, bytes] : recording.cache) cache.emplace(url.substr(0, url.find('?')), std::move(bytes));
-  recording.cache = std::move(cache);
+  recording.cache.clear();
 }
 
 }  // namespace zeph

@@ -16,8 +16,8 @@ inline constexpr std::size_t kRecordingLimit = std::size_t{1} << 30;
 /// recording. False, with an empty text, for one that would pass kRecordingLimit bytes.
 [[nodiscard]] bool WriteRecording(const Recording& recording, std::string& json);
 
-/// Takes out what may be a user's: the values of fields, and the queries of URLs. Texts of scripts stay, and what a
-/// reader of the page sees.
+/// Takes out what may be a user's: the values of fields, the queries of URLs wherever they stand, and the cache. Texts
+/// of scripts in the page stay, and what a reader of it sees.
 void ScrubRecording(Recording& recording);
 
 }  // namespace zeph

@@ -13,6 +13,8 @@
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
 #include "DetectionEngine/url/UrlParser.h"
+#include "documents/ImageSize.h"
+#include "documents/MailHeaders.h"
 
 namespace zeph {
 namespace {
@@ -76,16 +78,20 @@ class PartResources final : public PageResources {
 
 class FileResources final : public PageResources {
  public:
-  FileResources(const std::string& pagePath, std::u16string_view url)
-      : folder_(std::filesystem::path(pagePath).parent_path().lexically_normal()) {
-    const std::string narrow = Narrow(StripFragment(url));
-    const std::string_view path = std::string_view(narrow).substr(0, narrow.find('?'));
-    base_ = path.substr(0, path.rfind('/') + 1);  // all but the last segment; empty without a slash
+  FileResources(const std::string& pagePath, const std::vector<std::u16string>& urls)
+      : page_(std::filesystem::path(pagePath).lexically_normal()) {
+    for (const std::u16string& url : urls) {
+      const std::string narrow = Narrow(StripFragment(url));
+      const std::string_view path = std::string_view(narrow).substr(0, narrow.find('?'));
+      std::string base(path.substr(0, path.rfind('/') + 1));  // all but the last segment; empty without a slash
+      if (!base.empty()) bases_.push_back(std::move(base));
+    }
   }
 
   [[nodiscard]] std::optional<std::string_view> Find(std::string_view url) const override {
     url = url.substr(0, url.find_first_of("?#"));
-    if (!base_.empty() && url.starts_with(base_)) url.remove_prefix(base_.size());
+    const auto base = std::ranges::find_if(bases_, [&](const std::string& one) { return url.starts_with(one); });
+    if (base != bases_.end()) url.remove_prefix(base->size());
     if (url.find(':') != std::string_view::npos || url.empty() || url.front() == '/') return std::nullopt;
     const auto [entry, isNew] = files_.try_emplace(std::string(url));
     if (isNew) entry->second = Read(url);
@@ -96,20 +102,43 @@ class FileResources final : public PageResources {
  private:
   std::optional<std::string> Read(std::string_view url) const {
     const std::filesystem::path relative = std::filesystem::path(Narrow(UnescapeUrl(Widen(url)))).lexically_normal();
-    if (relative.is_absolute() || relative.empty() || *relative.begin() == "..") return std::nullopt;
-    // A link may lead out of the folder, where a page has no business.
+    if (relative.is_absolute() || relative.native().find('\0') != std::string::npos) return std::nullopt;
+    if (std::ranges::any_of(relative, [](const auto& name) { return name.native().starts_with('.'); })) {
+      return std::nullopt;
+    }
+    const std::string stem = page_.stem().string();
+    const bool isCompanion = std::ranges::any_of(kCompanionEndings, [&](std::string_view ending) {
+      return relative.begin() != relative.end() && relative.begin()->string() == std::string(stem).append(ending);
+    });
+    if (!isCompanion) return std::nullopt;
+    // A link may lead out of the folder, where a page has no business, and the folder be a link itself.
     std::error_code error;
-    const auto root = std::filesystem::canonical(folder_.empty() ? "." : folder_, error);
+    const std::filesystem::path here = page_.has_parent_path() ? page_.parent_path() : ".";
+    const std::filesystem::path companion = here / *relative.begin();
+    if (std::filesystem::is_symlink(std::filesystem::symlink_status(companion, error))) return std::nullopt;
+    const auto root = std::filesystem::canonical(companion, error);
     if (error) return std::nullopt;
-    const auto file = std::filesystem::canonical(root / relative, error);
+    const auto file = std::filesystem::canonical(here / relative, error);
     if (error || std::ranges::mismatch(root, file).in1 != root.end()) return std::nullopt;
+    const bool isHidden = std::any_of(std::next(file.begin(), std::distance(root.begin(), root.end())), file.end(),
+                                      [](const auto& name) { return name.native().starts_with('.'); });
+    if (isHidden) return std::nullopt;
     std::optional<std::string> bytes = ReadWholeFile(file.string(), std::min(kMaxFile, room_));
+    if (bytes && !HasScriptName(file) && !ReadImageSize(*bytes)) bytes.reset();
     if (bytes) room_ -= bytes->size();
     return bytes;
   }
 
-  std::filesystem::path folder_;
-  std::string base_;
+  /// "a.js", and "a.js.download" as some browsers have it.
+  static bool HasScriptName(const std::filesystem::path& file) {
+    std::string name = file.filename().string();
+    std::ranges::transform(name, name.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
+    if (name.ends_with(".download")) name.resize(name.size() - 9);
+    return name.ends_with(".js") || name.ends_with(".mjs");
+  }
+
+  std::filesystem::path page_;
+  std::vector<std::string> bases_;
   mutable std::map<std::string, std::optional<std::string>, std::less<>> files_;
   mutable std::size_t room_ = kMaxFiles;
 };
@@ -126,6 +155,8 @@ std::optional<SavedPage> ReadMhtml(std::string_view bytes, std::string& error) {
   static std::once_flag initialized;
   std::call_once(initialized, g_mime_init);
 
+  std::string room;
+  bytes = WithoutDeepAddresses(bytes, room);
   const Owned<GMimeStream> stream(g_mime_stream_mem_new_with_buffer(bytes.data(), bytes.size()));
   const Owned<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
   const Owned<GMimeMessage> message(g_mime_parser_construct_message(parser.get(), nullptr));
@@ -174,8 +205,8 @@ std::optional<SavedPage> ReadMhtml(std::string_view bytes, std::string& error) {
   return page;
 }
 
-std::shared_ptr<const PageResources> FilesBeside(const std::string& pagePath, std::u16string_view url) {
-  return std::make_shared<FileResources>(pagePath, url);
+std::shared_ptr<const PageResources> FilesBeside(const std::string& pagePath, const std::vector<std::u16string>& urls) {
+  return std::make_shared<FileResources>(pagePath, urls);
 }
 
 }  // namespace zeph

@@ -218,7 +218,8 @@ std::int32_t ClassifyUrlTraced(const char16_t* url, std::int32_t* classification
   const std::u16string& rawUrl = work.pageData.url.RawUrl;
   if (score.classification == kZephSpoofing) {
     *classification = kZephSpoofingConfirmed;
-    WriteSiteName(work.pair->configuration, TopBrand(work.pair->indicators, work.results), siteName);
+    WriteSiteName(work.pair->configuration, TopBrand(work.pair->indicators, work.results), siteName,
+                  trace != nullptr ? trace->nameRoom : std::size_t{kZephNameRoom});
     if (LogIsWanted(kLogInformation)) {
       LogLine(Narrow(StringEntry(0xAD)).c_str(), Narrow(StringEntry(0xB0)) + Narrow(rawUrl), kLogInformation);
     }
@@ -263,7 +264,8 @@ std::int32_t ClassifySiteTraced(IHTMLDocument2* document, std::int32_t* classifi
 
   Settlement* const settlement = trace != nullptr ? &trace->settlement : nullptr;
   SiteClassification site(*document, work, readTimer,
-                          {classification, siteName, spooficity, engineResults, settlement});
+                          {classification, siteName, trace != nullptr ? trace->nameRoom : std::size_t{kZephNameRoom}, spooficity,
+                           engineResults, settlement});
   const Status status = site.Run();
   KeepTrace(trace, work);
   if (site.ReadToEnd()) LogUrl("ClassifySite END", namedUrl);

@@ -20,6 +20,7 @@ namespace zeph {
 struct ClassificationTrace {
   std::shared_ptr<const ConfigurationPair> pair;
   std::vector<IndicatorResult> results;  ///< one for each indicator of the pair, as the call left them
+  std::size_t nameRoom = kZephNameRoom;  ///< by the caller: characters that its siteName has room for
   bool wantsResults = true;              ///< false, by the caller: results stays empty, which spares copies of texts
   Settlement settlement;                 ///< of a page
 };

@@ -154,7 +154,7 @@ std::int32_t GetServerName(char16_t* serverName) {
         if (!Process().configurationMgr.Run()) return 1;
         const auto pair = Process().configurationMgr.Active();
         const std::u16string& server = pair->configuration.Resources.Server;
-        *std::ranges::copy(server, serverName).out = u'\0';
+        *std::ranges::copy(server.substr(0, kZephNameRoom - 1), serverName).out = u'\0';
         return server.empty() ? 1 : 0;
       },
       1);

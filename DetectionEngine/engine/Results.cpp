@@ -159,18 +159,20 @@ std::unique_ptr<EngineResults> MakeReport(const PageData& page, const Indicators
 
 EngineResults::~EngineResults() = default;
 
-void WriteSiteName(const Configuration& configuration, std::u16string_view brand, char16_t* siteName) {
-  if (siteName == nullptr || brand.empty()) return;
+void WriteSiteName(const Configuration& configuration, std::u16string_view brand, char16_t* siteName,
+                   std::size_t room) {
+  if (siteName == nullptr || brand.empty() || room == 0) return;
   const std::u16string_view name = configuration.GetCompanyName(brand);
   if (name.empty()) return;
-  *std::ranges::copy(name, siteName).out = u'\0';
+  *std::ranges::copy(name.substr(0, room - 1), siteName).out = u'\0';
 }
 
 void SetResults(std::int32_t classification, float score, const PageData& pageData, const Indicators& indicators,
                 std::span<const IndicatorResult> results, const ResultOutputs& outputs) {
   *outputs.classification = classification;
   const std::u16string brand = TopBrand(indicators, results);
-  WriteSiteName(Process().configurationMgr.Active()->configuration, brand, outputs.siteName);
+  WriteSiteName(Process().configurationMgr.Active()->configuration, brand, outputs.siteName,
+                outputs.nameRoom);
   if (outputs.spooficity != nullptr) {
     *outputs.spooficity = score;
     LogSpooficity("SetResults before possible submission", score, classification);

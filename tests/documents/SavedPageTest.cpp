@@ -139,15 +139,38 @@ TEST(SavedPage, TakesTheRootThatTheMessageNames) {
   }
 }
 
+TEST(SavedPage, BearsAddressesOfAnyDepth) {
+  std::string groups;
+  for (int i = 0; i < 200'000; ++i) groups += "a:";
+  for (const char* header : {"To", "from", "CC", "Bcc", "Sender", "Reply-To ", "Resent-To"}) {
+    const std::string inner = std::string(header) + ": b:\r\n " + groups + "\r\nContent-Type: text/html\r\n\r\nTo: read";
+    std::string error;
+    const auto page = ReadMhtml("MIME-Version: 1.0\r\n" + inner, error);
+    ASSERT_TRUE(page) << header << ' ' << error;
+    EXPECT_EQ(page->html, "To: read") << header;
+    ReadMhtml("MIME-Version: 1.0\r\nContent-Type: message/rfc822\r\n\r\n" + inner, error);
+  }
+}
+
 TEST(SavedPage, FindsTheFilesBesideIt) {
   namespace fs = std::filesystem;
   const fs::path root = fs::temp_directory_path() / ("zeph-saved-" + std::to_string(::getpid()));
   fs::create_directories(root / "page" / "my page_files");
   std::ofstream(root / "secret.gif") << "GIF89a\x01\x01\x01\x01";
-  std::ofstream(root / "page" / "my page_files" / "a.gif") << "GIF89a\x05\x01\x06\x01";
-  fs::create_symlink(root / "secret.gif", root / "page" / "link.gif");
+  const fs::path own = root / "page" / "my page_files";
+  const std::string gif = "GIF89a\x05\x01\x06\x01";
+  std::ofstream(own / "a.gif") << gif;
+  std::ofstream(own / "saved_resource") << gif;
+  std::ofstream(own / "a.JS.download") << "var a;";
+  std::ofstream(own / "diary.txt") << "dear diary";
+  std::ofstream(own / ".htaccess.js") << "deny";
+  std::ofstream(root / "page" / "b.gif") << gif;
+  std::ofstream(root / "page" / "b.js") << "var b;";
+  fs::create_symlink(root / "secret.gif", own / "link.gif");
+  fs::create_symlink(own / ".htaccess.js", own / "link.js");
+  fs::create_directory_symlink(root / "page", root / "page" / "my page.files");
   const std::shared_ptr<const PageResources> files =
-      FilesBeside((root / "page" / "my page.html").string(), u"http://www.example.test/x/login.php?a=/b");
+      FilesBeside((root / "page" / "my page.html").string(), {u"http://www.example.test/x/login.php?a=/b", u""});
   const std::pair<std::string_view, bool> rows[] = {
       {"my%20page_files/a.gif", true},
       {"./my page_files/a.gif?v=1#x", true},
@@ -157,7 +180,15 @@ TEST(SavedPage, FindsTheFilesBesideIt) {
       {"my page_files", false},
       {"../secret.gif", false},
       {"my%20page_files/..%2F..%2Fsecret.gif", false},
-      {"link.gif", false},
+      {"my page_files/saved_resource", true},
+      {"my page_files/a.JS.download", true},
+      {"my page_files/diary.txt", false},
+      {"my page_files/.htaccess.js", false},
+      {"my page_files/link.gif", false},
+      {"my page_files/link.js", false},
+      {"my page.files/b.js", false},
+      {"b.gif", false},
+      {"b.js", false},
       {"/etc/passwd", false},
       {"file:///etc/passwd", false},
       {"", false},

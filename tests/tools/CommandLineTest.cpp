@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command line as other programs use it: the real program, its JSON, its exit statuses.
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
+using std::string_literals::operator""s;
 
 struct Ran {
   int status = 0;
@@ -92,21 +94,177 @@ class CommandLine : public testing::Test {
 };
 
 TEST_F(CommandLine, ChecksUrlsInOrder) {
-  const Ran ran = Run("check --json --sources " + Sources() +
-                      " http://examplebank.evil.test/ about:blank http://quiet.test/ 'http://[::1]/'");
-  EXPECT_EQ(ran.status, 0) << ran.err;
+  const std::string inputs = " http://examplebank.evil.test/ about:blank http://quiet.test/ 'http://[::1]/' nothing.html";
+  const Ran ran = Run("check --json --sources " + Sources() + inputs);
+  EXPECT_EQ(ran.status, 2);
+  EXPECT_NE(ran.err.find("3 inputs not judged, the first: about:blank: "), std::string::npos) << ran.err;
   const auto lines = ran.Lines();
-  ASSERT_EQ(lines.size(), 4U);
-  EXPECT_EQ(Names(lines[0]), (std::vector<std::string>{"input", "result", "classification", "spooficity", "siteName"}));
+  ASSERT_EQ(lines.size(), 5U);
   EXPECT_EQ(
       lines[0].dump(),
-      R"({"input":"http://examplebank.evil.test/","result":0,"classification":5,"spooficity":0.95,"siteName":"Example Bank"})");
-  EXPECT_EQ(lines[1].dump(),
-            R"({"input":"about:blank","result":0,"classification":1,"spooficity":0,"siteName":"Microsoft"})");
-  EXPECT_EQ(lines[2].dump(),
-            R"({"input":"http://quiet.test/","result":0,"classification":3,"spooficity":0.5,"siteName":null})");
-  EXPECT_EQ(lines[3].dump(),
-            R"({"input":"http://[::1]/","result":-1,"classification":3,"spooficity":null,"siteName":null})");
+      R"({"input":"http://examplebank.evil.test/","result":0,"classification":5,"spooficity":0.95,"siteName":"Example )"
+      R"(Bank","verdict":"spoofing","reason":null,"url":"http://examplebank.evil.test/","urlSource":"given","heldBack":)"
+      R"(false,"sent":[],"parts":[]})");
+  EXPECT_EQ(lines[2]["verdict"], "unclassified");
+  for (const std::size_t i : {1U, 3U, 4U}) {
+    EXPECT_EQ(lines[i]["verdict"], "not-judged") << lines[i];
+    EXPECT_TRUE(lines[i]["result"].is_null() && lines[i]["classification"].is_null() && lines[i]["url"].is_null());
+    EXPECT_TRUE(lines[i]["reason"].is_string()) << lines[i];
+  }
+
+  // As they stand, the engine's own answers.
+  const Ran exact = Run("check --exact --json --sources " + Sources() + inputs);
+  EXPECT_EQ(exact.status, 0) << exact.err;
+  const auto engine = exact.Lines();
+  ASSERT_EQ(engine.size(), 5U);
+  const auto own = [](const Json& line) {
+    return Json{line["result"], line["classification"], line["spooficity"], line["siteName"]}.dump();
+  };
+  EXPECT_EQ(own(engine[1]), R"([0,1,0,"Microsoft"])");
+  EXPECT_EQ(own(engine[2]), R"([0,3,0.5,null])");
+  EXPECT_EQ(own(engine[3]), R"([-1,3,null,null])");
+}
+
+TEST_F(CommandLine, ReadsAnAddressAsABrowserDoes) {
+  const Ran ran = Run("check --json --sources " + Sources() + " -",
+                      "\xEF\xBB\xBFHTTP:\\\\ExampleBank.evil.TEST\n\nhxxp://examplebank[.]evil[.]test/\r\n"
+                      "examplebank.evil.test\nhttp:/exam\tplebank.evil.test\nno address\n");
+  const auto lines = ran.Lines();
+  ASSERT_EQ(lines.size(), 6U);
+  EXPECT_EQ(ran.status, 2);
+  for (const std::size_t i : {0U, 2U, 3U, 4U}) {
+    EXPECT_EQ(lines[i]["url"], "http://examplebank.evil.test/") << lines[i];
+    EXPECT_EQ(lines[i]["verdict"], "spoofing") << lines[i];
+  }
+  EXPECT_EQ(lines[1]["reason"], "empty");
+  EXPECT_EQ(lines[5]["verdict"], "not-judged");
+  EXPECT_NE(Run("check --sources " + Sources() + " 'examplebank[.]evil.test'").out.find("read as http://examplebank"),
+            std::string::npos);
+}
+
+TEST_F(CommandLine, TrustsNoPageOnItsOwnWord) {
+  const fs::path sources = Sources();
+  // One rule vouches for the bank's own site, one holds what asks for a password.
+  WriteText(sources / "Indicators.xml",
+            "<Indicator>\n<OnWeight>0.0</OnWeight>\n<Category>0</Category>\n<Expression>\n<FieldID>6</FieldID>\n"
+            "<MethodID>21</MethodID>\n<ValueType>1</ValueType>\n<Value>www.bank.example</Value>\n</Expression>\n"
+            "</Indicator>\n");
+  const std::string at = "https://www.bank.example/signin";
+  const std::pair<std::string, std::string> pages[] = {
+      {"canonical.html", "<link rel=canonical href='" + at + "'>"},
+      {"base.html", "<base href='" + at + "'>"},
+      {"mark.html", "<!-- saved from url=(0031)" + at + " --><html>"},
+  };
+  const std::string check = "check --json --sources " + sources.string() + " ";
+  const bool rulesWork = Run(check + at).Lines().at(0)["verdict"] == "trustworthy";
+  EXPECT_TRUE(rulesWork) << Run(check + at).out;
+  for (const auto& [name, text] : pages) {
+    WriteText(folder_ / name, text + "<a href=help>x</a>");
+    const Json line = Run(check + name).Lines().at(0);
+    EXPECT_EQ(line["verdict"], "unclassified") << line;
+    EXPECT_EQ(line["urlSource"], "claimed") << line;
+    EXPECT_EQ(line["url"], at) << line;
+    EXPECT_EQ(Run(check + "--trust-claimed-url " + name).Lines().at(0)["verdict"], "trustworthy") << name;
+    EXPECT_EQ(Run(check + "--url http://evil.test/ " + name).Lines().at(0)["urlSource"], "given") << name;
+    EXPECT_NE(Run("check --sources " + sources.string() + " " + name).out.find("by its content alone"),
+              std::string::npos);
+    // Written down and judged elsewhere it is no more believed.
+    ASSERT_EQ(Run("record " + name + " --output page.json").status, 0);
+    const Json again = Run(check + "page.json").Lines().at(0);
+    EXPECT_EQ(again["verdict"], "unclassified") << again;
+    EXPECT_TRUE(again["url"].is_null()) << again;
+    EXPECT_NE(ReadText(folder_ / "page.json").find("https://www.bank.example/help"), std::string::npos) << name;
+  }
+  WriteText(folder_ / "map", "base.html\t" + at + "\n");
+  const Json mapped = Run(check + "--map map base.html").Lines().at(0);
+  EXPECT_EQ(mapped["urlSource"], "map");
+  EXPECT_EQ(mapped["verdict"], "trustworthy");
+  EXPECT_EQ(Run(check + "-", "base.html\thttp://evil.test/\n").Lines().at(0)["url"], "http://evil.test/");
+  WriteText(folder_ / "empty.html", "");
+  EXPECT_EQ(Run(check + "empty.html").Lines().at(0)["reason"], "empty");
+}
+
+TEST_F(CommandLine, OneInputHarmsNoOther) {
+  fs::create_symlink("loop.html", folder_ / "loop.html");
+  WriteText(folder_ / "bad.json", "{\"recording\": 1, \"document\": {\"get_URL\": [}}");
+  std::string groups = "MIME-Version: 1.0\nTo: ";
+  for (int i = 0; i < 40'000; ++i) groups += "a:";
+  WriteText(folder_ / "deep.mht", groups + "\nContent-Type: text/html\n\n<p>x");
+  const std::string input = std::string(4096, 'x') + "\n" + std::string(70'000, 'y') + ".test\n" + std::string(256, 'z') +
+                            "/a.html\n\xFF\xFE\nloop.html\nbad.json\nmachine\n/dev/zero\n/etc/shadow/x\na\0b.html\n"s +
+                            "deep.mht\nhttp://quiet.test/";
+  const auto count = static_cast<std::size_t>(std::ranges::count(input, '\n')) + 1;
+  for (const char* jobs : {"1", "3"}) {
+    const Ran ran = Run("check --json --sources " + Sources() + " - --jobs " + jobs, input);
+    EXPECT_EQ(ran.status, 2) << ran.err;
+    const auto lines = ran.Lines();
+    ASSERT_EQ(lines.size(), count) << ran.err;
+    EXPECT_EQ(lines[count - 1]["verdict"], "unclassified");
+    EXPECT_EQ(lines[count - 2]["verdict"], "unclassified") << lines[count - 2];
+    for (std::size_t i = 0; i + 2 < count; ++i) EXPECT_EQ(lines[i]["verdict"], "not-judged") << lines[i];
+  }
+  EXPECT_EQ(Run("check --json --sources " + Sources() + " " + std::string(5000, 'x') + " .").Lines().size(), 6U);
+}
+
+TEST_F(CommandLine, WritesInSeveralFormats) {
+  const std::string urls = "http://a.quiet.test/\nhttp://examplebank.evil.test/,\"=1\nnothing\nhttp://examplebank.b.test/\n";
+  const std::string check = "check --sources " + Sources() + " - --format ";
+  const auto out = [&](const std::string& arguments) { return Run(check + arguments, urls).out; };
+  EXPECT_EQ(out("csv --held"),
+            "input,verdict,spooficity,brand,url,urlSource,heldBack,reason\n"
+            "\"http://examplebank.evil.test/,\"\"=1\",spoofing,0.950,Example Bank,\"http://examplebank.evil.test/,%22=1\","
+            "given,false,\n"
+            "http://examplebank.b.test/,spoofing,0.950,Example Bank,http://examplebank.b.test/,given,false,\n");
+  EXPECT_EQ(Json::parse(out("json")).size(), 4U);
+  EXPECT_EQ(Json::parse(out("json --held --sort host"))[0]["url"], "http://examplebank.b.test/");
+  const std::string table = out("table --sort score");
+  EXPECT_LT(table.find("examplebank"), table.find("quiet")) << table;
+  EXPECT_LT(table.find("quiet"), table.find("nothing")) << table;
+  EXPECT_NE(table.find("4 inputs: 2 spoofing, 1 unclassified, 1 not-judged; brands: Example Bank 2"), std::string::npos)
+      << table;
+  EXPECT_EQ(out("csv --group brand"),
+            "group,held,inputs,spooficity,example\nExample Bank,2,2,0.950,\"http://examplebank.evil.test/,\"\"=1\"\n"
+            ",0,2,0.500,http://a.quiet.test/\n");
+  EXPECT_NE(out("csv --group domain").find("evil.test,1,1,0.950"), std::string::npos);
+  EXPECT_EQ(table.find('\x1b'), std::string::npos);
+  EXPECT_NE(out("table --color always").find("\x1b[1;31mspoofing"), std::string::npos);
+}
+
+TEST_F(CommandLine, NothingThatStrangersWriteSteersATerminal) {
+  const std::string steers = "\x1b]0;x\x07\x1b[2J\xC2\x9B" "1m\xE2\x80\xAE\xE2\x80\xA8\r";
+  const fs::path sources = Sources();
+  WriteText(sources / "TrustedDomains.xml",
+            "<Trusted.Domain>\n<Domain>bank.example</Domain>\n<CN>Example " + steers + "Bank</CN>\n<UT>examplebank</UT>\n"
+            "<DT>bank.example</DT>\n</Trusted.Domain>\n");
+  const std::string page = steers + ".html";
+  WriteText(folder_ / page, "<link rel=canonical href='http://bank.example/" + steers + "'><title>" + steers + "</title>");
+  WriteText(folder_ / "list", page + "\nhttp://examplebank.evil.test/" + steers + "x\n" + steers + "\n" + steers + "/x.html\n");
+  const std::string from = " --sources " + sources.string() + " ";
+  const std::string commands[] = {
+      "check --explain" + from + "-",       "check --format table" + from + "-", "check --format csv" + from + "-",
+      "check --json --explain" + from + "-", "check --group domain" + from + "-", "inspect url" + from + "-",
+      "inspect page" + from + "-",          "inspect tree $(head -n1 in)",       "record $(head -n3 in|tail -n1)",
+      "check --map in" + from + "x",        "settings get $(head -n3 in)",       "$(head -n3 in|tail -n1)",
+      "check --package $(head -n3 in) x",   "check --sources $(head -n3 in) x",  "report --code 1" + from + "$(head -n3 in)",
+      "settings set $(head -n3 in|tail -n1) $(head -n3 in|tail -n1) && " ZEPH_PROGRAM " settings list",
+  };
+  for (const std::string& command : commands) {
+    const Ran ran = Run(command, ReadText(folder_ / "list"));
+    const std::string text = ran.err + (command.starts_with("inspect tree") ? "" : ran.out);
+    for (const char* part : {"\x1b", "\x07", "\r", "\xC2\x9B", "\xE2\x80\xAE", "\xE2\x80\xA8"}) {
+      EXPECT_EQ(text.find(part), std::string::npos) << command << "\n" << text;
+    }
+  }
+}
+
+TEST_F(CommandLine, SaysWhatWasMeant) {
+  EXPECT_NE(Run("chek x").err.find("did you mean \"check\"?"), std::string::npos) << Run("chek x").err;
+  EXPECT_NE(Run("inspect pag x").err.find("did you mean \"page\"?"), std::string::npos);
+  EXPECT_NE(Run("settings set --machine OutputToFiles 1").err.find("there are OutputToFile, "), std::string::npos);
+  EXPECT_NE(Run("settings set --machine DebugType 7").err.find("none of 0 to 3"), std::string::npos);
+  for (const char* command : {"chek x", "inspect pag x", "settings set --machine OutputToFiles 1"}) {
+    EXPECT_EQ(Run(command).status, 2) << command;
+  }
 }
 
 TEST_F(CommandLine, ExplainsEveryIndicator) {
@@ -178,7 +336,6 @@ TEST_F(CommandLine, SaysByItsExitStatusWhatWasAskedFor) {
       {"check --exit-code" + sources + "http://quiet.test/", 0, ""},
       {"check" + sources, 2, "input is required"},
       {"check --nonsense" + sources + spoof, 2, "nonsense"},
-      {"check" + sources + "bad.json", 2, "bad.json: "},
       {"check --package no.zip x", 2, "no.zip: no such package"},
       {"check --package bad.json x", 2, "bad.json: not loaded"},
       {"check --sources nowhere x", 2, "nowhere: "},
@@ -198,8 +355,8 @@ TEST_F(CommandLine, SaysByItsExitStatusWhatWasAskedFor) {
 }
 
 TEST_F(CommandLine, InspectsManyInputsInOneProcess) {
-  const Ran urls = Run("inspect url --sources " + Sources() + " http://a.test/b -", "http://c.test/d\r\nno url\n");
-  ASSERT_EQ(urls.Lines().size(), 3U) << urls.err;
+  const Ran urls = Run("inspect url --sources " + Sources() + " http://a.test/b -", "http://c.test/d\r\nno url\n\n");
+  ASSERT_EQ(urls.Lines().size(), 4U) << urls.err;
   EXPECT_EQ(urls.Lines()[1]["record"]["UrlPath"], "/d");
   EXPECT_EQ(urls.Lines()[2]["result"], -1);
   EXPECT_EQ(urls.Lines()[2]["record"]["RawUrl"], "");
@@ -222,6 +379,15 @@ TEST_F(CommandLine, AsksAPageForItsAddressBeforeItsFiles) {
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_EQ(lines[0]["pageData"]["url"]["HostName"], "www.example.test");
   EXPECT_EQ(lines[0]["pageData"]["images"]["widths"].dump(), "[261,-1]");
+}
+
+TEST_F(CommandLine, GivesEachInspectedInputItsLine) {
+  WriteText(folder_ / "page.html", "<p>x");
+  const Ran ran = Run("inspect page --sources " + Sources() + " -", "none.json\n\npage.html\n");
+  EXPECT_EQ(ran.status, 2);
+  ASSERT_EQ(ran.Lines().size(), 3U) << ran.err;
+  EXPECT_TRUE(ran.Lines()[0]["pageData"].is_null() && ran.Lines()[1]["pageData"].is_null());
+  EXPECT_TRUE(ran.Lines()[2]["pageData"].is_object());
 }
 
 TEST_F(CommandLine, PrintsTreesForAReaderWithoutScripts) {

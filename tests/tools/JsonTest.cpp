@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/zeph/Json.h"
+#include "judging/Json.h"
 
 namespace zeph {
 namespace {

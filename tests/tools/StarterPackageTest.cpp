@@ -28,9 +28,9 @@
 #include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/url/UrlParser.h"
 #include "TestPaths.h"
+#include "judging/Pages.h"
 #include "tools/zeph/Common.h"
-#include "tools/zeph/Pages.h"
-#include "tools/zeph/RuleTexts.h"
+#include "judging/RuleTexts.h"
 
 namespace zeph {
 namespace {
@@ -388,9 +388,11 @@ TEST_F(StarterPackage, GivesTheVerdictsOfPages) {
   const fs::path file = fs::path(testing::TempDir()) / "starter-package-page.html";
   for (const Case& one : cases) {
     std::ofstream(file, std::ios::binary) << "<!DOCTYPE html><meta charset=utf-8>" << one.html;
-    PageOptions options;
-    options.url = one.url;
-    const std::unique_ptr<LoadedPage> page = LoadPage(file.string(), options);
+    std::string error;
+    std::optional<PageSource> source = ReadPageFile(file.string(), error);
+    ASSERT_TRUE(source) << error;
+    const std::u16string url = Widen(one.url);
+    const std::unique_ptr<LoadedPage> page = OpenPage(*std::move(source), url, url);
     std::int32_t classification = 0;
     float spooficity = 0.0F;
     EngineResults* report = nullptr;  // given, so that no server is asked

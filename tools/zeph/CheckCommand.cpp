@@ -1,23 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <array>
-#include <cmath>
-#include <filesystem>
+#include <cstdlib>
 #include <iomanip>
-#include <limits>
 #include <sstream>
+#include <thread>
+#include <utility>
 
-#include "DetectionEngine/DetectionEngine.h"
-#include "DetectionEngine/EngineResults.h"
-#include "DetectionEngine/engine/ClassificationDriver.h"
+#include <unistd.h>
+
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/scoring/Spooficity.h"
+#include "judging/Answers.h"
+#include "judging/Json.h"
+#include "judging/Judge.h"
+#include "judging/RuleTexts.h"
+#include "judging/ShownText.h"
 #include "tools/zeph/Common.h"
 #include "tools/zeph/OrderedJobs.h"
-#include "tools/zeph/Pages.h"
-#include "tools/zeph/Privacy.h"
-#include "tools/zeph/Reasons.h"
-#include "tools/zeph/Records.h"
+#include "tools/zeph/RunTotals.h"
 
 namespace zeph {
 
@@ -25,272 +25,200 @@ namespace {
 
 struct CheckOptions {
   ConfigurationChoice configuration;
-  PrivacyChoice privacy;
-  PageOptions page;
+  JudgeOptions judge;
+  std::string privacy = "none";
+  std::string map;
   std::vector<std::string> inputs;
+  std::string format;  ///< empty: for a person
+  std::string sort;
+  std::string group;
+  std::string colour = "auto";
   bool json = false;
-  bool explain = false;
+  bool held = false;
   bool exitCode = false;
-  unsigned jobs = 1;
+  unsigned jobs = 0;  ///< 0: as many as there are processors
 };
 
-/// What one call gave. An out-parameter that the call didn't write is absent.
-struct Verdict {
-  std::int32_t result = 0;
-  std::optional<std::int32_t> classification;
-  std::optional<float> spooficity;
-  std::optional<std::u16string> siteName;
-  ClassificationTrace trace;
-  std::string urlSource;  ///< where a page's URL was found, when nobody gave it
-  bool isPage = false;
-  std::vector<std::string> unsent;  ///< what would have left the machine
-
-  [[nodiscard]] bool IsHeld() const {
-    return classification == kZephSpoofing || classification == kZephSpoofingConfirmed ||
-           classification == kZephScriptAttack;
-  }
+/// How answers are written in one format.
+struct Format {
+  std::string_view name;
+  std::string (*head)();
+  std::string (*row)(const Judgement& judgement, bool explains, bool colours);
+  std::string (*groupHead)();
+  std::string (*groupRow)(const Group& group);
+  bool isForPeople;
 };
 
-/// Out-parameters that show whether they were written.
-class Outputs {
- public:
-  explicit Outputs(std::size_t nameRoom) : siteName_(nameRoom, kUnwritten) {}
-  std::int32_t* Classification() { return &classification_; }
-  char16_t* SiteName() { return siteName_.data(); }
-  float* Spooficity() { return &spooficity_; }
+std::string NoText() { return {}; }
 
-  void MoveInto(Verdict& verdict) const {
-    if (classification_ != 0) verdict.classification = classification_;
-    if (!std::isnan(spooficity_)) verdict.spooficity = spooficity_;
-    if (siteName_.front() != kUnwritten) verdict.siteName = siteName_.c_str();
-  }
+std::string GroupText(const Group& group) {
+  std::ostringstream text;
+  text << std::setw(6) << group.held << "  " << std::setw(6) << group.inputs << "  " << std::fixed
+       << std::setprecision(3) << group.highest << "  " << Shown(group.name) << "  " << Shown(group.example);
+  return text.str();
+}
+std::string GroupHead() { return "  held  inputs  score  group and the input of the highest score"; }
 
- private:
-  static constexpr char16_t kUnwritten = u'\uFFFF';
-  std::int32_t classification_ = 0;
-  float spooficity_ = std::numeric_limits<float>::quiet_NaN();
-  std::u16string siteName_;
-};
-
-/// Room for the longest name that a call can write.
-std::size_t NameRoom() {
-  std::size_t longest = kZephNameRoom;
-  for (const auto& [domain, info] : ActiveConfiguration()->configuration.TrustedDomainInfos) {
-    longest = std::max(longest, info.CN.size());
-  }
-  return longest + 1;
+std::string GroupCsv(const Group& group) {
+  std::ostringstream score;
+  score << std::fixed << std::setprecision(3) << group.highest;
+  return CsvField(group.name) + "," + std::to_string(group.held) + "," + std::to_string(group.inputs) + "," +
+         score.str() + "," + CsvField(group.example);
 }
 
-struct ReleaseReport {
-  void operator()(EngineResults* report) const { ReleaseEngineResults(report); }
-};
-
-Verdict Classify(const std::string& input, const CheckOptions& options, std::size_t nameRoom) {
-  Verdict verdict;
-  Outputs outputs(nameRoom);
-  verdict.trace.wantsResults = options.explain;
-  verdict.isPage = std::filesystem::is_regular_file(input);
-  if (!verdict.isPage) {
-    verdict.result = ClassifyUrlTraced(Widen(input).c_str(), outputs.Classification(), outputs.SiteName(),
-                                       outputs.Spooficity(), &verdict.trace);
-    outputs.MoveInto(verdict);
-    verdict.unsent = TakeUnsent();
-    return verdict;
-  }
-  const std::unique_ptr<LoadedPage> page = LoadPage(input, options.page);
-  const std::u16string pageUrl = Widen(options.page.pageUrl);
-  EngineResults* report = nullptr;
-  verdict.result = ClassifySiteTraced(&page->Document(), outputs.Classification(), outputs.SiteName(),
-                                      pageUrl.empty() ? nullptr : pageUrl.c_str(), options.explain ? &report : nullptr,
-                                      outputs.Spooficity(), &verdict.trace);
-  const std::unique_ptr<EngineResults, ReleaseReport> releasing(report);
-  outputs.MoveInto(verdict);
-  verdict.urlSource = page->UrlSource();
-  verdict.unsent = TakeUnsent();
-  return verdict;
-}
-
-std::u16string BrandOf(const Verdict& verdict) {
-  return verdict.trace.pair == nullptr ? std::u16string()
-                                       : TopBrand(verdict.trace.pair->indicators, verdict.trace.results);
-}
-
-std::vector<Reason> ReasonsOf(const Verdict& verdict, const std::vector<RuleText>& texts) {
-  return verdict.trace.pair == nullptr ? std::vector<Reason>()
-                                       : ReasonsFor(*verdict.trace.pair, verdict.trace.results, texts);
-}
-
-std::string JsonText(const std::string& input, const Verdict& verdict, bool explain,
-                     const std::vector<RuleText>& texts) {
+std::string GroupJson(const Group& group) {
   JsonWriter json;
-  json.BeginObject();
-  WriteMember(json, "input", input);
-  WriteMember(json, "result", verdict.result);
-  WriteMember(json, "classification", verdict.classification);
-  WriteMember(json, "spooficity", verdict.spooficity);
-  WriteMember(json, "siteName", verdict.siteName);
-  if (explain) {
-    WriteMember(json, "brand", BrandOf(verdict));
-    json.Key("indicators");
-    json.BeginArray();
-    for (std::size_t i = 0; i < verdict.trace.results.size(); ++i) {
-      const IndicatorResult& result = verdict.trace.results[i];
-      WriteObject(json, "index", i, "evaluated", result.evaluated, "on", result.on, "fieldText", result.fieldText,
-                  "matchText", result.matchText);
-    }
-    json.EndArray();
-    WriteMember(json, "reasons", ReasonsOf(verdict, texts));
-  }
-  json.EndObject();
+  WriteObject(json, "group", group.name, "held", group.held, "inputs", group.inputs, "spooficity", group.highest,
+              "example", group.example);
   return json.Take();
 }
 
-/// The classification in words.
-std::string_view InWords(const Verdict& verdict) {
-  if (!verdict.classification || verdict.result != 0) return "not classified";
-  switch (*verdict.classification) {
-    case kZephTrustworthy:
-      return "trustworthy";
-    case kZephSpoofing:
-      return "SPOOFING";
-    case kZephSpoofingConfirmed:
-      return verdict.isPage ? "SPOOFING, confirmed by the server" : "SPOOFING";
-    case kZephScriptAttack:
-      return "SCRIPT ATTACK";
-    default:
-      return "unclassified: nothing speaks clearly for or against it";
-  }
-}
+constexpr std::array kFormats = {
+    Format{"text", NoText, PersonAnswer, GroupHead, GroupText, true},
+    Format{"table", TableHead, [](const Judgement& judgement, bool, bool colours) { return TableRow(judgement, colours); },
+           GroupHead, GroupText, true},
+    Format{"csv", CsvHead, [](const Judgement& judgement, bool, bool) { return CsvRow(judgement); },
+           [] { return std::string("group,held,inputs,spooficity,example"); }, GroupCsv, false},
+    Format{"ndjson", NoText, [](const Judgement& judgement, bool explains, bool) { return JsonAnswer(judgement, explains); },
+           NoText, GroupJson, false},
+    Format{"json", NoText, [](const Judgement& judgement, bool explains, bool) { return JsonAnswer(judgement, explains); },
+           NoText, GroupJson, false},
+};
 
-std::string ShownWeight(float weight) {
-  std::ostringstream text;
-  if (weight == kWeightTrustworthy) {
-    text << "trust";
-  } else if (weight == kWeightSpoofing) {
-    text << "spoof";
-  } else if (weight == kWeightUnclassified) {
-    text << "open";
-  } else if (weight == kWeightScriptAttack) {
-    text << "script";
-  } else {
-    text << std::fixed << std::setprecision(2) << weight;
-  }
-  return text.str();
-}
-
-/// Why, strongest first.
-void TellReasons(std::ostream& out, const std::vector<Reason>& reasons) {
-  if (reasons.empty()) {
-    out << "\n    no rule had anything to say\n";
-    return;
-  }
-  out << "\n    weight  without  because\n";
-  for (const Reason& reason : reasons) {
-    out << "    " << std::setw(6) << ShownWeight(reason.weight) << "  " << std::fixed << std::setw(7)
-        << std::setprecision(3) << reason.without << "  " << reason.sentence << " [" << reason.rule << "]\n";
-    if (!reason.evidence.empty()) out << "                     " << reason.evidence << '\n';
-  }
-}
-
-std::string AnswerInWords(std::int32_t answer) {
-  switch (answer) {
-    case 0:
-      return "no answer (the log tells why)";
-    case 1:
-      return "1, trustworthy";
-    case 2:
-      return "2, spoofing";
-    case 3:
-      return "3, unclassified";
-    case 4:
-      return "4, unknown to it and asked for a report";
-    case 5:
-      return "5, confirmed";
-    default:
-      return std::to_string(answer);
-  }
-}
-
-/// What the server had to do with a page's verdict.
-void TellSettlement(std::ostream& out, const Verdict& verdict) {
-  const Settlement& settlement = verdict.trace.settlement;
-  if (verdict.unsent.empty() && settlement.serverAnswer) {
-    const std::string server = Narrow(verdict.trace.pair->configuration.Resources.Server);
-    out << "\n    the server " << (server.empty() ? "(the configuration names none)" : server)
-        << " was asked: " << AnswerInWords(*settlement.serverAnswer);
-    if (settlement.reported) out << (*settlement.reported ? "; reported to it" : "; the report failed");
-  }
-  if (settlement.heldBack) {
-    out << "\n    held for spoofing, but the warning is held back: a score changed between two visits less than a day "
-           "ago";
-  }
-}
-
-std::string PersonText(const std::string& input, const Verdict& verdict, bool explain,
-                       const std::vector<RuleText>& texts) {
-  std::ostringstream out;
-  out << Narrow(Widen(input)) << '\n' << "    " << InWords(verdict);
-  if (verdict.result == -1) out << ": the URL can't be decoded";
-  if (verdict.result != 0 && verdict.result != -1) out << ": the call gave " << verdict.result;
-  if (verdict.result == 0 && verdict.siteName && verdict.IsHeld()) out << ", imitates " << Narrow(*verdict.siteName);
-  if (verdict.result == 0 && verdict.spooficity) {
-    out << " (spooficity " << std::fixed << std::setprecision(3) << *verdict.spooficity << ')';
-  }
-  if (!verdict.urlSource.empty()) out << "\n    the page's URL comes from " << verdict.urlSource;
-  for (const std::string& request : verdict.unsent) out << "\n    not sent: " << request << " (see --privacy)";
-  TellSettlement(out, verdict);
-  if (explain) TellReasons(out, ReasonsOf(verdict, texts));
-  std::string text = out.str();
-  while (!text.empty() && text.back() == '\n') text.pop_back();
-  return text;
+std::string SortKey(const Judgement& judgement, const std::string& by) {
+  // The highest score first: its complement sorts upwards, as names do. What wasn't judged comes last.
+  if (by == "brand") return ImitatedBrand(judgement).empty() ? "\xFF" : ImitatedBrand(judgement);
+  if (by == "host") return HostOf(judgement).empty() ? "\xFF" : HostOf(judgement);
+  std::ostringstream key;
+  const bool hasScore = judgement.spooficity && judgement.verdict != Verdict::kNotJudged;
+  key << std::fixed << std::setprecision(7) << (hasScore ? 1.0F - *judgement.spooficity : 9.0F);
+  return key.str();
 }
 
 /// What a worker hands to the printer.
 struct Outcome {
+  Judgement judgement;  ///< without the trace
   std::string text;
-  std::string error;  ///< the input couldn't be used
-  bool held = false;
+  std::string key;  ///< to sort or group by
 };
 
-Outcome CheckOne(const std::string& input, const CheckOptions& options, std::size_t nameRoom,
-                 const std::vector<RuleText>& texts) {
-  Outcome outcome;
-  try {
-    const Verdict verdict = Classify(input, options, nameRoom);
-    outcome.held = verdict.IsHeld();
-    outcome.text = options.json ? JsonText(input, verdict, options.explain, texts)
-                                : PersonText(input, verdict, options.explain, texts);
-  } catch (const CommandError& error) {
-    outcome.error = error.what();
+/// Writes the outcomes of a run, in their order or sorted or grouped, and what they come to.
+class Report {
+ public:
+  Report(const CheckOptions& options, const Format& format) : options_(options), format_(format) {
+    const std::string head = options.group.empty() ? format.head() : format.groupHead();
+    if (options.format == "json") PrintText("[");
+    if (!head.empty()) PrintLine(head);
   }
-  return outcome;
+
+  void Take(Outcome outcome) {
+    totals_.Add(outcome.judgement);
+    anyHeld_ = anyHeld_ || IsHeld(outcome.judgement.verdict);
+    if (options_.held && !IsHeld(outcome.judgement.verdict)) return;
+    if (!options_.group.empty()) return groups_.Add(outcome.key, outcome.judgement);
+    if (options_.sort.empty()) return Print(outcome.text);
+    sorted_.emplace_back(std::move(outcome.key), std::move(outcome.text));
+  }
+
+  /// The exit status.
+  int Finish() {
+    std::ranges::stable_sort(sorted_, {}, &std::pair<std::string, std::string>::first);
+    for (const auto& [key, text] : sorted_) Print(text);
+    if (!options_.group.empty()) {
+      for (const Group& group : groups_.Sorted()) Print(format_.groupRow(group));
+    }
+    if (options_.format == "json") PrintLine("\n]");
+    if (format_.isForPeople && totals_.Inputs() > 1) PrintLine("\n" + Shown(totals_.Text()));
+    if (totals_.NotJudged() != 0) {
+      PrintError(totals_.Complaint());
+      return kExitError;
+    }
+    return options_.exitCode && anyHeld_ ? kExitHeld : kExitDone;
+  }
+
+ private:
+  void Print(const std::string& text) {
+    if (options_.format != "json") return PrintLine(text);
+    PrintText((printed_++ == 0 ? "\n" : ",\n") + text);
+  }
+
+  const CheckOptions& options_;
+  const Format& format_;
+  RunTotals totals_;
+  Groups groups_;
+  std::vector<std::pair<std::string, std::string>> sorted_;
+  std::size_t printed_ = 0;
+  bool anyHeld_ = false;
+};
+
+bool WantsColours(const CheckOptions& options, const Format& format) {
+  if (!format.isForPeople || options.colour == "never") return false;
+  const char* const refused = std::getenv("NO_COLOR");
+  return options.colour == "always" || (isatty(STDOUT_FILENO) == 1 && (refused == nullptr || *refused == '\0'));
 }
 
 int Check(const CheckOptions& options) {
   UseConfiguration(options.configuration);
-  const PrivacyGuard privacy(options.privacy);
-  const std::vector<std::string> inputs = ExpandFolders(options.inputs);
-  const std::size_t nameRoom = NameRoom();
-  std::vector<RuleText> texts;
-  if (options.explain) texts = LoadRuleTexts(ConfigurationSource(options.configuration));
-  const bool endless = std::ranges::find(inputs, "-") != inputs.end();
-  Progress progress("checked", endless ? 0 : inputs.size());
-  int status = kExitDone;
-  OrderedJobs<std::string, Outcome> jobs(
-      options.jobs, [&](const std::string& input) { return CheckOne(input, options, nameRoom, texts); },
-      [&](const Outcome& outcome) {
+  const PrivacyGuard privacy(PrivacyOf(options.privacy));
+  PageMap map;
+  if (!options.map.empty()) {
+    std::string error;
+    std::optional<PageMap> read = PageMap::Read(options.map, error);
+    if (!read) throw CommandError(error);
+    map = *std::move(read);
+  }
+  std::vector<Input> inputs;
+  bool isEndless = false;
+  for (const std::string& argument : options.inputs) {
+    isEndless = isEndless || argument == "-";
+    if (argument == "-") {
+      inputs.push_back({argument, "", ""});
+      continue;
+    }
+    for (Input& input : InputsOf(argument, map)) inputs.push_back(std::move(input));
+  }
+
+  const Format& format = *std::ranges::find(kFormats, options.format, &Format::name);
+  const bool colours = WantsColours(options, format);
+  JudgeOptions judgeOptions = options.judge;
+  if (judgeOptions.explains) judgeOptions.ruleTexts = LoadRuleTexts(ConfigurationSource(options.configuration));
+  const Judge judge(std::move(judgeOptions));
+  const auto work = [&](const Input& input) {
+    Outcome outcome;
+    outcome.judgement = judge.Of(input);
+    outcome.text = format.row(outcome.judgement, options.judge.explains, colours);
+    if (!options.sort.empty()) outcome.key = SortKey(outcome.judgement, options.sort);
+    if (options.group == "brand") outcome.key = ImitatedBrand(outcome.judgement);
+    if (options.group == "domain") outcome.key = DomainOf(outcome.judgement);
+    outcome.judgement.trace = {};
+    outcome.judgement.reasons.clear();
+    return outcome;
+  };
+  Report report(options, format);
+  Progress progress("checked", isEndless ? 0 : inputs.size());
+  const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
+  OrderedJobs<Input, Outcome> jobs(
+      options.jobs != 0 ? options.jobs
+      : isEndless       ? processors
+                        : static_cast<unsigned>(std::min<std::size_t>(processors, inputs.size())),
+      work, [&](Outcome outcome) {
         progress.Step();
-        if (!outcome.error.empty()) {
-          PrintError(outcome.error);
-          status = kExitError;
-          return;
-        }
-        PrintLine(outcome.text);
-        if (options.exitCode && outcome.held && status == kExitDone) status = kExitHeld;
+        report.Take(std::move(outcome));
       });
-  ForEachInput(inputs, [&](const std::string& input) { jobs.Add(input); });
+  for (Input& input : inputs) {
+    if (input.text != "-" || !isEndless) {
+      jobs.Add(std::move(input));
+      continue;
+    }
+    ForEachLine(
+        [&](std::string line) {
+          jobs.Add(options.judge.exact ? Input{std::move(line), "", ""} : InputOfLine(std::move(line), map));
+        },
+        [&] { jobs.Finish(); });  // whoever sends the next line may wait for the answers to those before
+  }
   jobs.Finish();
-  return status;
+  progress.Hide();
+  return report.Finish();
 }
 
 }  // namespace
@@ -300,21 +228,42 @@ void AddCheckCommand(CLI::App& program, int& exitStatus) {
   auto options = std::make_shared<CheckOptions>();
   command
       ->add_option("input", options->inputs,
-                   "URLs, page files (.json recording, .html, .mhtml) or folders of pages; - reads one a line")
+                   "URLs, page files (.json recording, .html, .mhtml) or folders of pages; - reads one a line, a page's "
+                   "address behind a tab")
       ->required();
-  command->add_flag("--json", options->json, "One JSON object a line");
-  command->add_flag("--explain", options->explain, "Show which rules made the verdict");
+  auto* format = command->add_option("--format", options->format, "How answers are written (default: text)")
+                     ->check(CLI::IsMember({"text", "table", "csv", "ndjson", "json"}));
+  command->add_flag("--json", options->json, "One JSON object a line, as --format ndjson")->excludes(format);
+  command->add_flag("--explain", options->judge.explains, "Show which rules made the verdict");
+  command->add_flag("--held", options->held, "Write only what is held");
+  auto* sort = command->add_option("--sort", options->sort, "Sort by score (highest first), brand or host")
+                   ->check(CLI::IsMember({"score", "brand", "host"}));
+  command->add_option("--group", options->group, "One line for each imitated brand, or each domain")
+      ->check(CLI::IsMember({"brand", "domain"}))
+      ->excludes(sort);
+  command->add_option("--color", options->colour, "Colours: auto (on a terminal, unless NO_COLOR is set), always, never")
+      ->check(CLI::IsMember({"auto", "always", "never"}));
   command->add_flag("--exit-code", options->exitCode, "Exit with 1 when something is held for spoofing");
-  command->add_option("--jobs", options->jobs, "Classify on this many threads; the order of the output stays")
-      ->check(CLI::Range(1U, 256U))
-      ->capture_default_str();
-  AddPageOptions(*command, options->page);
+  command->add_option("--jobs", options->jobs, "Threads (default: one a processor); the order of the output stays")
+      ->check(CLI::Range(1U, 256U));
+  command->add_option("--url", options->judge.url, "The address of pages that don't say it");
+  command->add_option("--page-url", options->judge.pageUrl, "The address to judge every page by, instead of its own");
+  command->add_option("--map", options->map, "File of addresses of pages: a path, a tab and an address a line");
+  command->add_flag("--trust-claimed-url", options->judge.trustsClaims,
+                    "Judge a page by the address that it claims itself (canonical link, base, mark of a saved page)");
+  command->add_flag("--exact", options->judge.exact,
+                    "Hand each input to the engine as it stands: nothing is trimmed, completed or read as a browser does");
   AddConfigurationOptions(*command, options->configuration);
   AddPrivacyOptions(*command, options->privacy, options->configuration);
   command->footer(
-      "The verdict is one of: trustworthy, SPOOFING, SPOOFING confirmed by the server, SCRIPT ATTACK, unclassified.\n"
-      "Spooficity runs from 0 to 1; above 0.89 something is held for spoofing.");
-  command->callback([options, &exitStatus] { exitStatus = Check(*options); });
+      "The verdict is one of: trustworthy, spoofing, spoofing confirmed by the server, script attack, unclassified, not\n"
+      "judged (and why; the exit status is then 2). Spooficity runs from 0 to 1; above 0.89 something is held.\n"
+      "An address is read as a browser reads it, completed (evil.test) and made one again (hxxp://evil[.]test).\n"
+      "A page needs its address to be trusted: url.txt beside it, --map, --url, a second column, a recording's own.");
+  command->callback([options, &exitStatus] {
+    if (options->format.empty()) options->format = options->json ? "ndjson" : "text";
+    exitStatus = Check(*options);
+  });
 }
 
 }  // namespace zeph

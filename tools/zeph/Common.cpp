@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <utility>
 
 #include <unistd.h>
 
@@ -13,7 +14,8 @@
 #include "DetectionEngine/configuration/TextSources.h"
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "tools/zeph/Pages.h"
+#include "DetectionEngine/platform/Files.h"
+#include "judging/ShownText.h"
 
 namespace zeph {
 
@@ -27,11 +29,14 @@ double NowMs() {
   return Milliseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
+/// No text source is longer.
+constexpr std::size_t kMaxSource = std::size_t{1} << 30;
+
 std::string ReadFile(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string content((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (!file.good() && !file.eof()) throw CommandError(path.string() + ": can't be read");
-  return content;
+  std::error_code error;
+  auto content = ReadWholeFile(path.string(), kMaxSource, &error);
+  if (!content) throw CommandError(path.string() + ": " + (error ? error.message() : "can't be read"));
+  return *std::move(content);
 }
 
 }  // namespace
@@ -58,7 +63,7 @@ void UseConfiguration(const ConfigurationChoice& choice) {
     changed = std::make_shared<ConfigurationPair>(*manager.Active());
     LoadTextSources(choice.sources, *changed);
   } else if (!choice.package.empty()) {
-    if (!std::filesystem::exists(choice.package)) throw CommandError(choice.package + ": no such package");
+    if (!FileExists(choice.package)) throw CommandError(choice.package + ": no such package");
     if (!manager.LoadPackage(Widen(choice.package))) {
       throw CommandError(choice.package + ": not loaded: " + manager.LastFailure().substr(choice.package.size() + 2));
     }
@@ -97,9 +102,11 @@ void LoadTextSources(const std::string& folder, ConfigurationPair& pair) {
 std::vector<std::string> SourceFiles(const std::string& folder) {
   std::error_code error;
   std::vector<std::filesystem::path> paths;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+  std::filesystem::directory_iterator entry(folder, error);
+  for (const std::filesystem::directory_iterator end; !error && entry != end; entry.increment(error)) {
+    std::error_code unknown;
     // The notes of a package's makers lie beside its sources.
-    if (entry.is_regular_file() && entry.path().extension() != ".md") paths.push_back(entry.path());
+    if (entry->is_regular_file(unknown) && entry->path().extension() != ".md") paths.push_back(entry->path());
   }
   if (error) throw CommandError(folder + ": " + error.message());
   if (paths.empty()) throw CommandError(folder + ": holds no text sources");
@@ -115,36 +122,37 @@ std::vector<std::string> SourceFiles(const std::string& folder) {
   return files;
 }
 
-std::vector<std::string> ExpandFolders(const std::vector<std::string>& inputs) {
-  std::vector<std::string> expanded;
-  for (const std::string& input : inputs) {
-    std::error_code error;
-    if (!std::filesystem::is_directory(input, error)) {
-      expanded.push_back(input);
-      continue;
-    }
-    std::vector<std::string> pages;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(input, error)) {
-      if (entry.is_regular_file() && IsPageFile(entry.path().string())) pages.push_back(entry.path().string());
-    }
-    if (error) throw CommandError(input + ": " + error.message());
-    if (pages.empty()) throw CommandError(input + ": holds no pages");
-    std::ranges::sort(pages);
-    expanded.insert(expanded.end(), pages.begin(), pages.end());
-  }
-  return expanded;
+void AddPrivacyOptions(CLI::App& command, std::string& level, ConfigurationChoice& configuration) {
+  command
+      .add_option("--privacy", level,
+                  "What the classification server may be told of a page that is held for spoofing: its full URL, the "
+                  "URL without query (partial), or nothing (none)")
+      ->check(CLI::IsMember({"full", "partial", "none"}))
+      ->capture_default_str();
+  command.add_option("--server", configuration.server, "Host to ask instead of the configuration's server");
 }
 
-void ForEachInput(const std::vector<std::string>& inputs, const std::function<void(const std::string&)>& take) {
+Privacy PrivacyOf(const std::string& level) {
+  return level == "full" ? Privacy::kFull : level == "partial" ? Privacy::kPartial : Privacy::kNone;
+}
+
+void ForEachLine(const std::function<void(std::string)>& take, const std::function<void()>& idle) {
+  std::string line;
+  for (;;) {
+    if (idle && std::cin.rdbuf()->in_avail() <= 0) idle();
+    if (!std::getline(std::cin, line)) return;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    take(line);
+  }
+}
+
+void ForEachInput(const std::vector<std::string>& inputs, const std::function<void(const std::string&)>& take,
+                  const std::function<void()>& idle) {
   for (const std::string& input : inputs) {
-    if (input != "-") {
+    if (input == "-") {
+      ForEachLine(take, idle);
+    } else {
       take(input);
-      continue;
-    }
-    std::string line;
-    while (std::getline(std::cin, line)) {
-      if (!line.empty() && line.back() == '\r') line.pop_back();
-      if (!line.empty()) take(line);
     }
   }
 }
@@ -160,13 +168,17 @@ void PrintLine(std::string_view line) {
   if (!std::cout) throw CommandError("standard output: can't be written");
 }
 
-void PrintError(std::string_view line) { std::cerr << "zeph: " << line << std::endl; }
+void PrintShown(std::string_view line) { PrintLine(Shown(line)); }
+
+void PrintError(std::string_view line) { std::cerr << "zeph: " << Shown(line) << std::endl; }
 
 Progress::Progress(std::string what, std::size_t total)
     : what_(std::move(what)), total_(total), startedMs_(NowMs()), terminal_(isatty(STDERR_FILENO) == 1) {}
 
-Progress::~Progress() {
-  if (shown_) std::cerr << "\r\x1b[K" << std::flush;
+Progress::~Progress() { Hide(); }
+
+void Progress::Hide() {
+  if (std::exchange(shown_, false)) std::cerr << "\r\x1b[K" << std::flush;
 }
 
 void Progress::Step() {

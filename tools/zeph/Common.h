@@ -12,6 +12,8 @@
 #include <CLI/CLI.hpp>
 
 #include "DetectionEngine/configuration/ConfigurationMgr.h"
+#include "judging/PageList.h"
+#include "judging/Privacy.h"
 
 namespace zeph {
 
@@ -52,18 +54,24 @@ void UseConfiguration(const ConfigurationChoice& choice);
 /// Adds what the text sources of a folder say to a pair, and completes it as a load does. Throws CommandError.
 void LoadTextSources(const std::string& folder, ConfigurationPair& pair);
 
-/// The inputs with each folder replaced by the pages in it and below, in order of their paths. Throws CommandError for
-/// a folder without pages.
-[[nodiscard]] std::vector<std::string> ExpandFolders(const std::vector<std::string>& inputs);
+/// --privacy, and --server of the configuration choice.
+void AddPrivacyOptions(CLI::App& command, std::string& level, ConfigurationChoice& configuration);
+[[nodiscard]] Privacy PrivacyOf(const std::string& level);
 
-/// Calls take for each input in order; "-" stands for the lines of standard input.
-void ForEachInput(const std::vector<std::string>& inputs, const std::function<void(const std::string&)>& take);
+/// Calls take for each input in order; "-" stands for the lines of standard input, empty ones among them, so that each
+/// line has its answer. idle, if given, is called before the command waits for more.
+void ForEachInput(const std::vector<std::string>& inputs, const std::function<void(const std::string&)>& take,
+                  const std::function<void()>& idle = nullptr);
+/// Reads standard input as ForEachInput does.
+void ForEachLine(const std::function<void(std::string)>& take, const std::function<void()>& idle);
 
 /// Output as it stands.
 void PrintText(std::string_view text);
 /// One line of output. Flushed when nothing more is waiting on standard input.
 void PrintLine(std::string_view line);
-/// One line on standard error, behind "zeph: ".
+/// One line that holds what strangers wrote, for a person.
+void PrintShown(std::string_view line);
+/// One line on standard error, behind "zeph: ", with what can't be shown escaped.
 void PrintError(std::string_view line);
 
 /// Says on standard error, when that is a terminal and the work has taken more than a second, how far it has come.
@@ -74,6 +82,8 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
   void Step();
+  /// Takes what is shown off the terminal.
+  void Hide();
 
  private:
   void Show() const;

@@ -13,12 +13,13 @@
 #include "DetectionEngine/engine/ClassificationDriver.h"
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/platform/CodePage.h"
+#include "judging/Json.h"
+#include "judging/PageList.h"
+#include "judging/Pages.h"
 #include "tools/training/Evaluation.h"
 #include "tools/training/HtmlReport.h"
 #include "tools/training/Split.h"
 #include "tools/zeph/Common.h"
-#include "tools/zeph/Json.h"
-#include "tools/zeph/Pages.h"
 
 namespace zeph {
 
@@ -62,11 +63,13 @@ Inputs ReadInputs(const EvalOptions& options) {
     std::vector<std::string> lists;
     for (const std::string& path : isPhishing ? options.phishing : options.legitimate) {
       std::error_code ignored;
-      if (!fs::is_directory(path, ignored) && !IsPageFile(path)) {
+      if (!fs::is_directory(path, ignored) && !PageKindOfName(path)) {
         lists.push_back(path);
         continue;
       }
-      for (const std::string& page : ExpandFolders({path})) {
+      for (const Input& input : InputsOf(path, PageMap())) {
+        const std::string& page = input.text;
+        if (!input.refusal.empty()) throw CommandError(page + ": " + input.refusal);
         UrlRow row;
         row.url = AddressBeside(page);
         row.source = fs::path(path).filename().string();
@@ -110,10 +113,17 @@ JudgedCase JudgePage(const UrlRow& row, const std::string& path) {
   judged.input = path;
   judged.isPhishing = row.isPhishing;
   judged.slices["source"] = row.source;
-  PageOptions pageOptions;
-  pageOptions.url = row.url;
+  std::string error;
+  std::optional<PageSource> source = ReadPageFile(path, error);
+  if (!source) {
+    PrintError(path + ": " + error);
+    return judged;
+  }
   try {
-    const std::unique_ptr<LoadedPage> page = LoadPage(path, pageOptions);
+    std::optional<std::u16string> url;
+    if (source->recording == nullptr) url = row.url.empty() ? source->savedUrl : Widen(row.url);
+    if (url && url->empty()) url = source->claimedUrl;
+    const std::unique_ptr<LoadedPage> page = OpenPage(*std::move(source), url, url.value_or(u""));
     std::int32_t classification = 0;
     float spooficity = 0.0F;
     std::vector<char16_t> siteName(4096);

@@ -2,6 +2,8 @@
 #include <iomanip>
 #include <sstream>
 
+#include <unistd.h>
+
 #include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/engine/PageReading.h"
 #include "DetectionEngine/page/BrandCounts.h"
@@ -9,8 +11,12 @@
 #include "DetectionEngine/url/UrlAnalyzer.h"
 #include "DetectionEngine/url/UrlParser.h"
 #include "DetectionEngine/url/UrlTokenizer.h"
+#include "documents/html/Decoder.h"
+#include "documents/html/TreeBuilder.h"
+#include "documents/html/TreePrinter.h"
+#include "judging/Pages.h"
+#include "judging/ShownText.h"
 #include "tools/zeph/Common.h"
-#include "tools/zeph/Pages.h"
 #include "tools/zeph/Records.h"
 
 namespace zeph {
@@ -21,7 +27,8 @@ namespace {
 struct InspectOptions {
   ConfigurationChoice configuration;
   std::vector<std::string> inputs;
-  PageOptions page;
+  std::string url;      ///< the document's own, for inputs that don't say
+  std::string pageUrl;  ///< to judge the page by; empty: the document's own
   bool brandCounts = false;
 };
 
@@ -62,14 +69,26 @@ void InspectTokens(const std::string& input) {
   PrintTokens("record", pair->configuration, parser.Record());
 }
 
+/// A page as it is, under the address that somebody tells, the page itself among them.
+std::unique_ptr<LoadedPage> OpenForInspection(const std::string& input, const InspectOptions& options) {
+  std::string error;
+  std::optional<PageSource> source = ReadPageFile(input, error);
+  if (!source) throw CommandError(input + ": " + error);
+  if (source->recording != nullptr) return OpenPage(*std::move(source), std::nullopt, {});
+  std::u16string url = Widen(options.url);
+  if (url.empty()) url = source->savedUrl;
+  if (url.empty()) url = source->claimedUrl;
+  return OpenPage(*std::move(source), url, url);
+}
+
 void InspectPage(const std::string& input, const InspectOptions& options) {
   const auto pair = ActiveConfiguration();
-  const std::unique_ptr<LoadedPage> page = LoadPage(input, options.page);
+  const std::unique_ptr<LoadedPage> page = OpenForInspection(input, options);
   PageData pageData;
   pageData.configuration = &pair->configuration;
   pageData.referrer = TextOf(page->Document().get_referrer());
   std::u16string namedUrl;
-  const std::u16string pageUrl = Widen(options.page.pageUrl);
+  const std::u16string pageUrl = Widen(options.pageUrl);
   DecodePageUrls(TextOf(page->Document().get_URL()), pageUrl.empty() ? nullptr : pageUrl.c_str(), pair->configuration,
                  pageData, namedUrl);
 
@@ -103,6 +122,24 @@ void InspectPage(const std::string& input, const InspectOptions& options) {
   PrintLine(json.Take());
 }
 
+/// Unlike a page that is classified, it is parsed for a reader without scripts: the content of NOSCRIPT is markup.
+void InspectTree(const std::string& input) {
+  std::string error;
+  const std::optional<std::string> bytes = ReadPageBytes(input, error);
+  if (!bytes) throw CommandError(input + ": " + error);
+  html::ParseOptions options;
+  options.noscriptIsText = false;  // the form is that of conformance tests, which run without scripts
+  const auto tree = html::ParseTree(html::DecodeMarkup(*bytes).text, options);
+  if (isatty(STDOUT_FILENO) == 0) return html::PrintTree(tree, PrintText);
+  std::string text;
+  html::PrintTree(tree, [&](std::string_view piece) { text += piece; });
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::string_view line = rest.substr(0, rest.find('\n'));
+    PrintShown(line);
+    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+  }
+}
+
 void InspectPackage() {
   const auto pair = ActiveConfiguration();
   JsonWriter json;
@@ -122,9 +159,25 @@ void InspectStrings() {
   PrintLine(json.Take());
 }
 
+/// Of several inputs each has its line, whatever becomes of another. None of them: the command ends with its reason.
+void ForEachInspected(const InspectOptions& options, int& exitStatus, const std::function<void(const std::string&)>& inspect,
+                      std::string_view instead) {
+  const bool isAlone = options.inputs.size() == 1 && options.inputs.front() != "-";
+  ForEachInput(options.inputs, [&](const std::string& input) {
+    try {
+      inspect(input);
+    } catch (const CommandError& error) {
+      if (isAlone) throw;
+      PrintError(error.what());
+      PrintLine(instead);
+      exitStatus = kExitError;
+    }
+  });
+}
+
 }  // namespace
 
-void AddInspectCommand(CLI::App& program, int&) {
+void AddInspectCommand(CLI::App& program, int& exitStatus) {
   CLI::App* inspect = program.add_subcommand("inspect", "Show what the engine makes of something, as JSON");
   inspect->require_subcommand(1);
   auto options = std::make_shared<InspectOptions>();
@@ -148,16 +201,17 @@ void AddInspectCommand(CLI::App& program, int&) {
     ForEachInput(options->inputs, InspectTokens);
   });
   CLI::App* page = add("page", "All that is read from pages", true, true);
-  AddPageOptions(*page, options->page);
+  page->add_option("--url", options->url, "The document's own URL, for files that don't say it");
+  page->add_option("--page-url", options->pageUrl, "The URL to judge the page by, instead of the document's own");
   page->add_flag("--brand-counts", options->brandCounts, "Count brands among links, images and scripts first");
-  page->callback([options] {
+  page->callback([options, &exitStatus] {
     UseConfiguration(options->configuration);
-    ForEachInput(options->inputs, [&](const std::string& input) { InspectPage(input, *options); });
+    ForEachInspected(
+        *options, exitStatus, [&](const std::string& input) { InspectPage(input, *options); },
+        R"({"collectors": null, "pageData": null})");
   });
   add("tree", "The parsed tree of HTML files, one node a line, with scripts off: NOSCRIPT holds elements", true, false)
-      ->callback([options] {
-        ForEachInput(options->inputs, [](const std::string& input) { PrintPageTree(input, PrintText); });
-      });
+      ->callback([options, &exitStatus] { ForEachInspected(*options, exitStatus, InspectTree, ""); });
   add("package", "The whole loaded configuration", false, true)->callback([options] {
     UseConfiguration(options->configuration);
     InspectPackage();

@@ -17,7 +17,7 @@ namespace zeph {
 template <class Item, class Outcome>
 class OrderedJobs {
  public:
-  OrderedJobs(unsigned threads, std::function<Outcome(const Item&)> work, std::function<void(const Outcome&)> take)
+  OrderedJobs(unsigned threads, std::function<Outcome(const Item&)> work, std::function<void(Outcome)> take)
       : work_(std::move(work)), take_(std::move(take)), room_(threads * kRoomPerThread) {
     if (threads < 2) return;
     for (unsigned i = 0; i < threads; ++i) threads_.emplace_back([this] { Run(); });
@@ -53,11 +53,11 @@ class OrderedJobs {
   /// Waits for the oldest job and hands on its outcome, unlocked.
   void TakeFront(std::unique_lock<std::mutex>& lock) {
     done_.wait(lock, [this] { return jobs_.front().outcome.has_value(); });
-    const Outcome outcome = std::move(*jobs_.front().outcome);
+    Outcome outcome = std::move(*jobs_.front().outcome);
     jobs_.pop_front();
     --next_;
     lock.unlock();
-    take_(outcome);
+    take_(std::move(outcome));
     lock.lock();
   }
 
@@ -86,7 +86,7 @@ class OrderedJobs {
   }
 
   std::function<Outcome(const Item&)> work_;
-  std::function<void(const Outcome&)> take_;
+  std::function<void(Outcome)> take_;
   std::size_t room_;
   std::mutex mutex_;
   std::condition_variable wake_;

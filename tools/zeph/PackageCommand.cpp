@@ -9,8 +9,8 @@
 #include "DetectionEngine/configuration/TextSources.h"
 #include "DetectionEngine/platform/Files.h"
 #include "tools/zeph/Common.h"
-#include "tools/zeph/RuleTexts.h"
-#include "tools/zeph/ScratchFolder.h"
+#include "judging/RuleTexts.h"
+#include "judging/ScratchFolder.h"
 
 namespace zeph {
 

@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "DetectionEngine/engine/PageReading.h"
+#include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
 #include "documents/DocumentRecorder.h"
 #include "documents/RecordingWriter.h"
+#include "judging/Pages.h"
 #include "tools/zeph/Common.h"
-#include "tools/zeph/Pages.h"
 
 namespace zeph {
 
 namespace {
 
 struct RecordOptions {
-  PageOptions page;
+  std::string url;
+  std::string pageUrl;
   std::string input;
   std::string output;
   bool scrub = false;
@@ -32,9 +34,29 @@ Recording RecordPage(IHTMLDocument2& document) {
   return recorder.TakeRecording();
 }
 
+/// A recording says where its page was. What the page itself claims is no such word: the address then stays open.
+void LeaveAddressOpen(Recording& recording) {
+  for (RecordedAnswer& answer : recording.document) {
+    if (answer.operation == Operation::kUrl) answer.text = u"";
+  }
+}
+
 void Record(const RecordOptions& options) {
-  const std::unique_ptr<LoadedPage> page = LoadPage(options.input, options.page);
+  std::string error;
+  std::optional<PageSource> source = ReadPageFile(options.input, error);
+  if (!source) throw CommandError(options.input + ": " + error);
+  std::optional<std::u16string> url;
+  std::u16string base;
+  bool isKnown = true;
+  if (source->recording == nullptr) {
+    url = options.url.empty() ? source->savedUrl : Widen(options.url);
+    isKnown = !url->empty();
+    if (!isKnown) url = kUnknownAddress;
+    base = isKnown || source->claimedUrl.empty() ? *url : source->claimedUrl;
+  }
+  const auto page = OpenPage(*std::move(source), url, std::move(base));  // lends the recording its texts
   Recording recording = RecordPage(page->Document());
+  if (!isKnown) LeaveAddressOpen(recording);
   if (options.scrub) ScrubRecording(recording);
   std::string json;
   if (!WriteRecording(recording, json)) throw CommandError(options.input + ": its recording would be too large");
@@ -49,8 +71,11 @@ void AddRecordCommand(CLI::App& program, int&) {
   auto options = std::make_shared<RecordOptions>();
   command->add_option("page", options->input, "The page's file")->required();
   command->add_option("--output", options->output, "File to write instead of standard output");
-  command->add_flag("--scrub", options->scrub, "Leave out values of fields and queries of URLs");
-  AddPageOptions(*command, options->page);
+  command->add_flag("--scrub", options->scrub,
+                    "Leave out values of fields, queries of URLs, and the texts of scripts in files");
+  command->add_option("--url", options->url, "The page's address, for files that don't say it");
+  command->add_option("--page-url", options->pageUrl, "Taken as by other commands; a recording doesn't hold it");
+  command->footer("Of the files beside a page only scripts in the folder that a browser saved with it are written down.");
   command->callback([options] { Record(*options); });
 }
 

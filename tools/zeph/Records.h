@@ -5,7 +5,7 @@
 #include "DetectionEngine/configuration/Configuration.h"
 #include "DetectionEngine/page/PageData.h"
 #include "DetectionEngine/url/UrlRecord.h"
-#include "tools/zeph/Json.h"
+#include "judging/Json.h"
 
 namespace zeph {
 

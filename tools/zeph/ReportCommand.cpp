@@ -22,7 +22,7 @@ void Report(const ReportOptions& options) {
   const std::int32_t result =
       ReportURL(Widen(options.url).c_str(), options.code, options.context ? context.c_str() : nullptr);
   if (result != 0) throw CommandError(options.url + ": not reported to " + server + " (the log tells why)");
-  PrintLine(options.url + ": reported to " + server);
+  PrintShown(options.url + ": reported to " + server);
 }
 
 }  // namespace

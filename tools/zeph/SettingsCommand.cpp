@@ -5,8 +5,8 @@
 #include <iomanip>
 #include <sstream>
 
-#include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/base/ModuleTexts.h"
+#include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/SettingsHive.h"
@@ -21,11 +21,14 @@ struct LogSetting {
   std::string_view name;
   std::string_view standard;  ///< what holds while it isn't set
   std::string_view meaning;
+  std::uint32_t highest = 1;  ///< of a number
+  bool isText = false;
 };
 constexpr std::array kLogSettings = {
     LogSetting{"OutputToFile", "0", "1: append lines to the log file"},
-    LogSetting{"Directory", "", "folder of the log files instead of the shared data folder (a text)"},
-    LogSetting{"DebugType", "", "0 nothing, 1 everything, 2 errors and warnings, 3 errors"},
+    LogSetting{"Directory", "", "folder of the log files instead of the shared data folder (a text)", 0,
+               true},
+    LogSetting{"DebugType", "", "0 nothing, 1 everything, 2 errors and warnings, 3 errors", 3},
     LogSetting{"OutputToDebugger", "0", "1: write lines to standard error"},
     LogSetting{"AppendNewLine", "1", "end a line with a line feed"},
     LogSetting{"PrependDateTime", "1", "begin a line with date and time"},
@@ -60,12 +63,12 @@ void PrintSetting(std::string_view name, std::string_view value, std::string_vie
   if (!remark.empty()) line << ' ' << remark;
   std::string text = line.str();
   text.erase(text.find_last_not_of(' ') + 1);
-  PrintLine(text);
+  PrintShown(text);
 }
 
 /// The values of one key, and of the log's key also those that aren't set.
 void ListKey(const SettingsHive& hive, const std::string& key, bool isLog) {
-  PrintLine(key);
+  PrintShown(key);
   const SettingValues values = hive.ReadKey(key).value_or(SettingValues{});
   for (const auto& [name, value] : values) {
     const auto known = std::ranges::find(kLogSettings, name, &LogSetting::name);
@@ -87,19 +90,36 @@ void List(const SettingsOptions& options) {
   for (const std::string& key : keys) ListKey(hive, key, options.machine && key == kLogSettingsKey);
 }
 
+/// What is known of the name; null for the user's store, whose names are whoever's that uses it, and under --key.
+const LogSetting* KnownSetting(const SettingsOptions& options) {
+  if (!options.machine || (!options.key.empty() && options.key != kLogSettingsKey)) return nullptr;
+  const auto known = std::ranges::find(kLogSettings, options.name, &LogSetting::name);
+  if (known != kLogSettings.end()) return known;
+  std::string names;
+  for (const LogSetting& setting : kLogSettings) names.append(names.empty() ? "" : ", ").append(setting.name);
+  throw CommandError(options.name + ": no setting of the log; there are " + names);
+}
+
 void Get(const SettingsOptions& options) {
+  KnownSetting(options);
   const auto value = options.Hive().Read(options.Key(), options.name);
   if (!value) throw CommandError(options.name + ": not set under " + options.Key());
-  PrintLine(ShownValue(*value));
+  PrintShown(ShownValue(*value));
 }
 
 /// Machine settings are numbers but for the log's folder; the user's store holds texts.
 SettingValue ParseValue(const SettingsOptions& options) {
-  if (!options.machine || options.text || options.name == "Directory") return options.value;
+  const LogSetting* const known = KnownSetting(options);
+  if (!options.machine || (known != nullptr ? known->isText : options.text)) return options.value;
   std::uint32_t number = 0;
   const char* const end = options.value.data() + options.value.size();
   const auto [rest, error] = std::from_chars(options.value.data(), end, number);
-  if (error != std::errc{} || rest != end) {
+  const bool isNumber = error == std::errc{} && rest == end;
+  if (known != nullptr && (!isNumber || number > known->highest)) {
+    throw CommandError(options.name + ": \"" + options.value + "\" is none of 0 to " + std::to_string(known->highest) +
+                       " (" + std::string(known->meaning) + ")");
+  }
+  if (!isNumber) {
     throw CommandError(options.name + ": \"" + options.value + "\" is no 32-bit number (--text sets a text)");
   }
   return number;

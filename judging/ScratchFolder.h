@@ -3,18 +3,17 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
-
-#include "tools/zeph/Common.h"
 
 namespace zeph {
 
-/// A folder that goes with its owner.
+/// A folder that goes with its owner. Throws std::runtime_error when it can't be made.
 class ScratchFolder {
  public:
   ScratchFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "zeph-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw CommandError(name + ": can't be made");
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error(name + ": can't be made");
     path_ = name;
   }
   ~ScratchFolder() {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/zeph/RuleTexts.h"
+#include "judging/RuleTexts.h"
 
 #include <algorithm>
 #include <filesystem>

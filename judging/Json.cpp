@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/zeph/Json.h"
+#include "judging/Json.h"
 
 #include <utility>
 
 #include "DetectionEngine/platform/CodePage.h"
+#include "judging/ShownText.h"
 
 namespace zeph {
 
@@ -36,16 +37,18 @@ void AppendQuoted(std::string& out, std::u16string_view text) {
         out += "\\t";
         break;
       default:
-        if (c < 0x20 || c == 0x7F) {
-          AppendEscape(out, c);
-        } else if (c < 0x7F) {
+        // Lone halves of a pair have no other form; the rest of what can't be shown would steer a terminal.
+        if (c >= 0x20 && c < 0x7F) {
           out += static_cast<char>(c);
-        } else if ((c & 0xF800U) != 0xD800U) {
-          out += Narrow(text.substr(i, 1));
-        } else if (c < 0xDC00U && i + 1 < text.size() && (text[i + 1] & 0xFC00U) == 0xDC00U) {
-          out += Narrow(text.substr(i++, 2));
-        } else {
+        } else if (c >= 0xD800U && c < 0xDC00U && i + 1 < text.size() && (text[i + 1] & 0xFC00U) == 0xDC00U) {
+          const bool isTag = c == 0xDB40U;  // U+E0000 to U+E03FF
+          if (isTag) AppendEscape(out, c), AppendEscape(out, text[i + 1]);
+          if (!isTag) out += Narrow(text.substr(i, 2));
+          ++i;
+        } else if (IsUnshowable(c)) {
           AppendEscape(out, c);
+        } else {
+          out += Narrow(text.substr(i, 1));
         }
     }
   }

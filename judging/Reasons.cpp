@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/zeph/Reasons.h"
+#include "judging/Reasons.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,6 +9,7 @@
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/scoring/Method.h"
 #include "DetectionEngine/scoring/Spooficity.h"
+#include "judging/ShownText.h"
 
 namespace zeph {
 
@@ -22,14 +23,6 @@ constexpr std::size_t kShownText = 90;
 
 bool AsksAfterRule(const IndicatorExpression& expression) noexcept {
   return expression.MethodID == kEarlierRuleOff || expression.MethodID == kEarlierRuleOn;
-}
-
-/// A text on one line: cut, control characters as blanks.
-std::string Shown(std::u16string_view text) {
-  std::u16string shown(text.substr(0, kShownText));
-  std::ranges::replace_if(
-      shown, [](char16_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }, u' ');
-  return Narrow(shown) + (text.size() > kShownText ? "..." : "");
 }
 
 /// What the rules found, looked up through those that ask after others.
@@ -150,8 +143,8 @@ std::vector<Reason> ReasonsFor(const ConfigurationPair& pair, std::span<const In
     reason.rule = text.name.empty() ? "rule " + std::to_string(i) : text.name;
     reason.weight = weight;
     const std::size_t source = evidence.Source(i);
-    const std::string match = Shown(results[source].matchText);
-    const std::string seen = Shown(results[source].fieldText);
+    const std::string match = ShownInShort(results[source].matchText, kShownText);
+    const std::string seen = ShownInShort(results[source].fieldText, kShownText);
     if (evidence.Shows(source)) {
       const bool isLimit = IsNumber(match) && IsNumber(seen);
       reason.evidence = isLimit ? seen + ", with a limit of " + match : match;
@@ -160,7 +153,7 @@ std::vector<Reason> ReasonsFor(const ConfigurationPair& pair, std::span<const In
     if (text.sentence.empty()) {
       reason.sentence = (results[i].on ? "" : "doesn't hold: ") + InShort(indicators[i].Rule);
     } else {
-      const std::string brand = Narrow(evidence.Brand(i));
+      const std::string brand = Shown(evidence.Brand(i));
       reason.sentence = Filled(text.sentence, "{brand}", brand.empty() ? "a brand" : brand);
       reason.sentence = Filled(std::move(reason.sentence), "{match}", match);
       reason.sentence = Filled(std::move(reason.sentence), "{seen}", seen);

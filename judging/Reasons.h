@@ -9,8 +9,8 @@
 
 #include "DetectionEngine/configuration/ConfigurationMgr.h"
 #include "DetectionEngine/scoring/IndicatorResult.h"
-#include "tools/zeph/Json.h"
-#include "tools/zeph/RuleTexts.h"
+#include "judging/Json.h"
+#include "judging/RuleTexts.h"
 
 namespace zeph {
 

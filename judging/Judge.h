@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+// Takes an input in, asks the engine, and says what its answer means. Commands and gateways share it.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "judging/Judgement.h"
+#include "judging/Pages.h"
+
+namespace zeph {
+
+struct JudgeOptions {
+  /// Each input goes to the library as it stands: nothing is trimmed, completed or lowered, a page is judged by what its
+  /// document says.
+  bool exact = false;
+  bool explains = false;
+  bool trustsClaims = false;  ///< a page's own word for its address is taken
+  std::string url;            ///< the address of pages that nobody else tells
+  std::string pageUrl;        ///< the address to judge every page by, whatever it is
+  std::vector<RuleText> ruleTexts;  ///< what the configuration's rules say of themselves, for explanations
+};
+
+/// Any number of threads at once. Works on the configuration that is in force when it is made.
+class Judge {
+ public:
+  explicit Judge(JudgeOptions options);
+
+  /// A path of a regular file is a page; anything else is an address. Never fails: what can't be judged gets a
+  /// judgement that says why.
+  [[nodiscard]] Judgement Of(const Input& input) const;
+  [[nodiscard]] Judgement OfAddress(const std::string& text) const;
+  /// mapUrl: the page's address by a list that goes with it; may be empty.
+  [[nodiscard]] Judgement OfPage(PageSource source, const std::string& mapUrl) const;
+
+ private:
+  void ClassifyUrl(const std::u16string& url, Judgement& judgement) const;
+  void ClassifyPage(IHTMLDocument2& document, const std::u16string& pageUrl, Judgement& judgement) const;
+  void Conclude(bool isPage, Judgement& judgement) const;
+
+  JudgeOptions options_;
+  std::size_t nameRoom_;
+};
+
+}  // namespace zeph

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+// The answer on one input.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "DetectionEngine/engine/ClassificationDriver.h"
+#include "judging/Input.h"
+#include "judging/Reasons.h"
+
+namespace zeph {
+
+enum class Verdict : std::uint8_t {
+  kTrustworthy,
+  kSpoofing,
+  kSpoofingConfirmed,  ///< a server said so
+  kScriptAttack,
+  kUnclassified,
+  kNotJudged,
+};
+/// Their names in machine-readable output.
+[[nodiscard]] std::string_view NameOf(Verdict verdict) noexcept;
+/// A warning is due.
+[[nodiscard]] constexpr bool IsHeld(Verdict verdict) noexcept {
+  return verdict == Verdict::kSpoofing || verdict == Verdict::kSpoofingConfirmed || verdict == Verdict::kScriptAttack;
+}
+
+/// A call of the classification server.
+struct SentCall {
+  std::string_view kind;  ///< "check" or "report"
+  std::u16string url;
+  bool done = false;  ///< it went out; else the privacy level kept it back
+};
+
+/// What the engine said and what is made of it. An out-parameter that the call didn't write, or a call that wasn't made,
+/// is absent.
+struct Judgement {
+  std::string input;
+  std::optional<std::int32_t> result;
+  std::optional<std::int32_t> classification;
+  std::optional<float> spooficity;
+  std::optional<std::u16string> siteName;
+  ClassificationTrace trace;  ///< with results if an explanation was asked for
+
+  Verdict verdict = Verdict::kNotJudged;
+  std::string reason;   ///< why it wasn't judged
+  std::u16string url;   ///< that it was judged by, or that the page claims; may be empty
+  UrlSource urlSource = UrlSource::kNone;
+  bool byContentAlone = false;  ///< a page whose address nobody but itself tells
+  std::string intake;           ///< what was done to the text before it was an address; may be empty
+  std::vector<SentCall> sent;       ///< what left the machine, or would have at a higher privacy level
+  std::vector<Reason> reasons;      ///< strongest first, if an explanation was asked for
+};
+
+}  // namespace zeph
