@@ -21,7 +21,7 @@ struct TrainingOptions {
   WordLimits words;
   std::size_t tokens = 60'000;     ///< of the table, at most
   std::size_t leastGroups = 4;     ///< a token that fewer groups have stays unknown
-  double highRate = 0.002;         ///< share of legitimate URLs in class high
+  double highRate = 0.0006;        ///< share of legitimate URLs in class high
   double lowRate = 0.03;           ///< share of them that isn't in class low
   double legitimateImportance = 4; ///< of a legitimate URL, where a phishing one has 1
   double penalty = 8.0;
