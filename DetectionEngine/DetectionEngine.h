@@ -86,8 +86,9 @@ ZEPH_EXPORT int32_t GetServerName(char16_t *serverName);
 /* 9: ClassifySite without pageUrl and engineResults. */
 ZEPH_EXPORT int32_t ClassifyDocument(ZephDocument *document, int32_t *classification, char16_t *siteName, float *spooficity);
 
-/* 10: classifies a bare URL by the rules of URLs alone; never asks the server.
+/* 10: classifies a bare URL by the rules of URLs alone; never asks the server about it.
  * classification: out, 1, 3, 5 or 6; 3 also when the call fails after its arguments were accepted.
+ * A URL that carries a script attack (6) is reported to the server as the privacy level allows.
  * siteName: out, may be null, written only for a URL held for spoofing whose brand has a name, and
  * ("Microsoft") for a URL that is neither http, https nor ftp, which is trustworthy without a look.
  * spooficity: out, may be null, 0.0 to 1.0.
@@ -97,7 +98,7 @@ ZEPH_EXPORT int32_t ClassifyURL(const char16_t *url, int32_t *classification, ch
 /* 11: does nothing. */
 ZEPH_EXPORT void EngineReserved(int32_t first, int32_t second, int32_t third);
 
-/* 12: sets privacy (0 full URL, 1 partial URL, 2 nothing is sent), the log's level, the vendor's name (null:
+/* 12: sets privacy, the log's level, the vendor's name (null:
  * unchanged), whether a package must be signed, and the key of the settings. Meant for the start, before other
  * threads work. Always 0. A vendor's name that is no folder's (empty, ".", "..", with "/", of 260 bytes or more) leaves
  * the one before. */
@@ -111,7 +112,7 @@ ZEPH_EXPORT void ReleaseEngineResults(ZephEngineResults *results);
  * classification, siteName, spooficity: as for ClassifyURL, siteName being written whenever a brand is named.
  * pageUrl: the URL to judge the page by; null: the document's own.
  * engineResults: out, may be null; if given, it receives a report that the caller releases, and the server is
- * not asked.
+ * not asked. A call that ends before a verdict (a scheme that isn't looked at, a failure) leaves it alone.
  * 0, 1 as above, -1 when the URL can't be decoded, or the status of the collector that ended the call. */
 ZEPH_EXPORT int32_t ClassifySite(ZephDocument *document, int32_t *classification, char16_t *siteName, const char16_t *pageUrl,
                      ZephEngineResults **engineResults, float *spooficity);
@@ -146,11 +147,40 @@ ZEPH_EXPORT size_t GetLoadFailure(char *text, size_t room);
  * in the same place as before. One that brings a path of its own moves the search there. */
 ZEPH_EXPORT void SetConfigFileBaseName(const char *baseName);
 
+/* Privacy levels say what a classification may send by itself: of a page that it holds for spoofing and asks the server
+ * about, of one that the server wants reported, of a URL with a script attack, which is reported.
+ *   0  the full URL
+ *   1  scheme, host and path of the URL, no query; no page is reported
+ *   2  nothing
+ * CheckURL and ReportURL are the caller's own acts, and send at every level. */
+
 /* 19: sets the privacy level 0, 1 or 2 and gives the one before; any other level is refused with -1. */
 ZEPH_EXPORT int32_t SetPrivacy(uint32_t level);
 
 /* 20: the privacy level. */
 ZEPH_EXPORT int32_t GetPrivacy(void);
+
+/* Options of a program that SetPreferences has no argument for; set at the start, for the whole process. */
+enum {
+  /* 1: makes the place in the user's settings where the engine remembers, for this user and across processes, the last
+   * mail site that a page was recognised as, and the last warning. Until somebody has made it the engine remembers
+   * nothing. Set it behind SetPreferences, whose names are part of the place. Fails when it can't be made. */
+  kZephRemember = 1,
+  /* 1 (at first): a page whose score changes between two visits isn't warned of, nor any page for a day thereafter, so
+   * that one user isn't warned to and fro. 0: no warning is held back. A program that judges for many must set 0: else
+   * one of them, who shows a page twice, silences the warnings of all. */
+  kZephWarningMemory = 2,
+  /* 0 (at first): the first four bytes of any response are the server's answer to a check, whatever its status, and any
+   * response takes a report. 1: a response counts only with status 200, that to a check only with a body of exactly
+   * four bytes. */
+  kZephStrictServer = 3,
+  /* For so many seconds a server that didn't answer in time isn't asked again, which is a failed exchange at no cost.
+   * 0 (at first): each call asks, and may wait for 5 seconds. */
+  kZephServerRest = 4
+};
+
+/* Sets an option. 0; 1 for an option or a value that there isn't, or when it can't be done. */
+ZEPH_EXPORT int32_t SetEngineOption(int32_t option, int32_t value);
 
 /* The function of an ordinal, to be cast to its type; null for 3, 5, 6, 0 and above 20. */
 typedef void (*ZephFunction)(void);

@@ -44,7 +44,7 @@ struct Page {
     DocumentRecorder recorder(source);
     PageData unused = Begin();
     PageReading reading{&recorder, unused, {}};
-    for (const PageStep& step : PageSteps()) step.run(reading);
+    for (const PageStep& step : PageSteps()) step.Run(reading);
     // The texts of a recording lie with its document, which goes: this one's own are read back.
     std::string json;
     std::string error;
@@ -133,7 +133,7 @@ void Step(benchmark::State& state) {
   state.SetLabel(std::string(step.name));
   Measure(state, page, [&] {
     reading.allParser = {};
-    step.run(reading);
+    step.Run(reading);
   });
 }
 

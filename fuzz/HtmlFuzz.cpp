@@ -105,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   zeph::PageData pageData;
   zeph::PageReading reading{&document, pageData, {}};
   for (const zeph::PageStep& step : zeph::PageSteps()) {
-    if (step.IsBad(step.run(reading))) std::abort();  // an HTML document never fails
+    if (step.IsBad(step.Run(reading))) std::abort();  // an HTML document never fails
   }
   return 0;
 }

@@ -10,6 +10,8 @@
 #include <limits>
 #include <mutex>
 #include <optional>
+#include <span>
+#include <tuple>
 
 #include "DetectionEngine/base/DataFolder.h"
 #include "DetectionEngine/platform/Clock.h"
@@ -251,12 +253,110 @@ void Rotate(const std::string& path) {
   for (int number = kLogFileCount - 1; number >= 1; --number) MoveFile(numbered(number - 1), numbered(number));
 }
 
-void WriteToFile(int module, std::string_view line) {
-  const std::string path = LogPath(module);
-  NamedMutex mutex(NamedMutexName(u"ZEPH", u"LOG"));
-  if (path.empty() || !mutex.TryLockFor(kLogMutexLimit)) return;
-  if (StampOf(path).size > kLogFileLimit) Rotate(path);
-  AppendToFile(path, line);
+/// The lines that wait to be written, all of one module, and the writing of them. Trivially destroyed, as the settings
+/// are. A line waits only while the thread that logged it is within a LogBatch, and not for long.
+class Writer {
+ public:
+  /// Takes a line, and writes all that waits unless the line may wait too.
+  void Take(int module, std::string_view line, bool mayWait) {
+    if (!Lock()) return;
+    const std::lock_guard unlocking(guard_, std::adopt_lock);
+    if (count_ != 0 && (module != module_ || count_ == ends_.size() || line.size() > text_.size() - Length())) Write();
+    module_ = module;
+    if (line.size() > text_.size()) {
+      Append(module, std::span(&line, 1));
+      return;
+    }
+    const std::int64_t now = CoarseTick();
+    if (count_ == 0) oldest_ = now;
+    line.copy(text_.data() + Length(), line.size());
+    ends_[count_] = Length() + line.size();
+    waiting_.store(++count_, std::memory_order_relaxed);
+    if (!mayWait || now - oldest_ > kLongestWait) Write();
+  }
+
+  /// Writes what waits.
+  void Flush() {
+    if (waiting_.load(std::memory_order_relaxed) == 0 || !Lock()) return;
+    const std::lock_guard unlocking(guard_, std::adopt_lock);
+    Write();
+  }
+
+  // A child process finds nothing to write, and the guard free.
+  void BeforeFork() {
+    guard_.lock();
+    Write();
+  }
+  void AfterFork() { guard_.unlock(); }
+
+ private:
+  static constexpr std::int64_t kLongestWait = 100'000'000;  // nanoseconds
+
+  [[nodiscard]] std::size_t Length() const noexcept { return count_ == 0 ? 0 : ends_[count_ - 1]; }
+
+  /// Another thread may wait with the guard for another process, but no longer than that.
+  bool Lock() { return guard_.try_lock_until(std::chrono::system_clock::now() + kLogMutexLimit); }
+
+  /// With the guard.
+  void Write() noexcept {
+    if (count_ == 0) return;
+    try {
+      std::array<std::string_view, std::tuple_size_v<decltype(ends_)>> lines;
+      for (std::size_t i = 0, begin = 0; i < count_; begin = ends_[i++]) {
+        lines[i] = std::string_view(text_.data() + begin, ends_[i] - begin);
+      }
+      Append(module_, std::span(lines.data(), count_));
+    } catch (...) {  // for want of memory the lines are lost, as lines may be
+    }
+    waiting_.store(count_ = 0, std::memory_order_relaxed);
+  }
+
+  /// Adds lines that lie behind each other, the file being rotated before each that finds it too long.
+  static void Append(int module, std::span<const std::string_view> lines) {
+    const std::string path = LogPath(module);
+    NamedMutex mutex(NamedMutexName(u"ZEPH", u"LOG"));
+    if (path.empty() || !mutex.TryLockFor(kLogMutexLimit)) return;
+    std::uint64_t size = StampOf(path).size;
+    const char* begin = lines.front().data();
+    const auto appendUpTo = [&](const char* end) {
+      if (begin != end) AppendToFile(path, {begin, end});
+      begin = end;
+    };
+    for (const std::string_view line : lines) {
+      if (size > kLogFileLimit) {
+        appendUpTo(line.data());
+        Rotate(path);
+        size = 0;
+      }
+      size += line.size();
+    }
+    appendUpTo(lines.back().data() + lines.back().size());
+  }
+
+  std::timed_mutex guard_;
+  std::atomic<std::size_t> waiting_{0};  ///< count_, for a look without the guard
+  std::size_t count_ = 0;
+  int module_ = 0;
+  std::int64_t oldest_ = 0;
+  std::array<char, 16384> text_{};
+  std::array<std::size_t, 128> ends_{};  ///< of each line in text_
+};
+
+constinit Writer writer;
+
+/// How many batches this thread is within.
+constinit thread_local int batchDepth = 0;
+
+/// The program has come to its end: nothing waits any more.
+constinit std::atomic<bool> ending{false};
+
+[[gnu::constructor]] void WatchForks() {
+  AtFork([] { writer.BeforeFork(); }, [] { writer.AfterFork(); });
+}
+
+[[gnu::destructor]] void WriteTheLast() {
+  ending = true;
+  writer.Flush();
 }
 
 }  // namespace
@@ -269,10 +369,16 @@ void DebugLog(const char* label, const char* text, const char*, int, int level, 
   if (!IsWanted(level, switches)) return;
   try {
     const std::string line = MakeLine(switches, label, text, level);
-    if ((switches & kOutputToFile) != 0) WriteToFile(module, line);
+    if ((switches & kOutputToFile) != 0) writer.Take(module, line, batchDepth > 0 && !ending);
     if ((switches & kOutputToDebugger) != 0) std::fwrite(line.data(), 1, line.size(), stderr);
   } catch (...) {  // for want of memory the line is lost, as a line may be
   }
+}
+
+LogBatch::LogBatch() noexcept { ++batchDepth; }
+
+LogBatch::~LogBatch() {
+  if (--batchDepth == 0) writer.Flush();
 }
 
 std::string FormatLogTime(const CalendarTime& time) {

@@ -5,6 +5,9 @@
 // Each line goes by the settings as they stand. The hive's file is looked at only once the coarse clock has moved (a
 // few milliseconds) or this process has changed the hive; between these, a line is decided on atomics alone.
 //
+// A line is in the file when the call that logged it returns, or within a LogBatch when that ends. Lines of one process
+// keep their order.
+//
 // A line stays one line whatever URL it tells of: control characters in label and text are written as "\x0A". Lines of
 // several processes and threads go into one file under a named lock that is waited for at most a second; a line that
 // doesn't get it, or whose file can't be opened, is lost. Files are rotated past kLogFileLimit bytes.
@@ -50,6 +53,17 @@ requires requires(MakeText make) { std::string(make()); }
 void LogLine(const char* label, MakeText&& makeText, int level, int code = 0) {
   if (LogIsWanted(level)) DebugLog(label, std::string(std::forward<MakeText>(makeText)()).c_str(), "", code, level);
 }
+
+/// While it lives, this thread's lines may wait, to be written with one taking of the lock and one write when the
+/// outermost one ends (or another thread writes, the process forks or ends, or a tenth of a second has passed at the
+/// next line). For a stretch that ends soon and waits for nobody.
+class [[nodiscard]] LogBatch {
+ public:
+  LogBatch() noexcept;
+  ~LogBatch();
+  LogBatch(const LogBatch&) = delete;
+  LogBatch& operator=(const LogBatch&) = delete;
+};
 
 /// The time as a line begins with it, such as "11- 5-2007 09:04:03.7": milliseconds aren't padded.
 [[nodiscard]] std::string FormatLogTime(const CalendarTime& time);

@@ -49,7 +49,7 @@ void PerfTimer::Stop() {
 double PerfTimer::Milliseconds() const {
   PerfTimer copy(*this);
   copy.Stop();
-  return -static_cast<double>(copy.ticks_) * 1000.0 / static_cast<double>(Calibrate().frequency);
+  return static_cast<double>(-copy.ticks_) * 1000.0 / static_cast<double>(Calibrate().frequency);
 }
 
 ScopedPerfTimer::~ScopedPerfTimer() {

@@ -106,8 +106,6 @@ std::u16string SettingsStore::Now() {
   return EncodeTimeStamp(now.year, now.month, now.day, now.hour, now.minute, now.second);
 }
 
-void SettingsStore::EnsureKey() {
-  if (!hive_.HasKey(key_)) hive_.CreateKey(key_);
-}
+bool SettingsStore::EnsureKey() { return hive_.HasKey(key_) || hive_.CreateKey(key_); }
 
 }  // namespace zeph

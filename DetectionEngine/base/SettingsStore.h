@@ -36,8 +36,8 @@ class SettingsStore {
 
   /// The present as a time stamp for a slot. Makes the key.
   [[nodiscard]] std::u16string Now();
-  /// Makes the key of the settings if it doesn't exist. Nothing else but Age and Now does.
-  void EnsureKey();
+  /// Makes the key of the settings if it doesn't exist; false when it can't be made. Nothing else but Age and Now does.
+  bool EnsureKey();
 
  private:
   std::string key_;

@@ -91,10 +91,10 @@ constexpr std::array<Entry, kStringCount> kEntries = {{
     {0x3D, u"verschieben"},
     {0x3E, u"adressbuch"},
     {0x3F, u"ungelesen"},
-    // Italian heads.
+    // Italian heads. The third has the line feed before it: "da:" and many a word end like it.
     {0x40, u"data"},
     {0x41, u"da:"},
-    {0x42, u"a:"},
+    {0x42, u"\na:"},
     {0x43, u"oggetto"},
     // Italian captions.
     {0x44, u"rispondi"},
@@ -112,10 +112,10 @@ constexpr std::array<Entry, kStringCount> kEntries = {{
     {0x50, u"sposta in"},
     {0x51, u"rubrica"},
     {0x52, u"segna come"},
-    // French heads. Some programs write a no-break space before the colon and some a plain one: each kind meets one
-    // of the first two.
-    {0x53, u"de :"},
-    {0x54, u"à\u00a0:"},
+    // French heads. Before the colon stands a no-break blank, a plain one or none, so the first two leave the colon out
+    // and have the line feed before them: as words they stand in every text.
+    {0x53, u"\nde"},
+    {0x54, u"\nà"},
     {0x55, u"cci"},
     {0x56, u"objet"},
     // French captions.

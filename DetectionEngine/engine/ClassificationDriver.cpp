@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,7 @@
 #include "DetectionEngine/engine/PageReading.h"
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/engine/Results.h"
+#include "DetectionEngine/engine/ServerCalls.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/scoring/IndicatorRunner.h"
 #include "DetectionEngine/scoring/Spooficity.h"
@@ -31,9 +33,6 @@ enum Stage : std::uint32_t {
   kStagePage = 3,       ///< everything
   kStageUrlClient = 7,  ///< the URL, and the answers of stage 0
 };
-
-/// Report code of a URL that carries a script attack.
-constexpr std::int32_t kReportScriptAttack = 6;
 
 /// The name that stands for pages which the engine doesn't look at.
 constexpr std::u16string_view kUnwatchedSiteName = u"Microsoft";
@@ -88,7 +87,7 @@ struct Classification {
   std::vector<IndicatorResult> results;
 };
 
-void KeepTrace(ClassificationTrace* trace, Classification& work) {
+void KeepTrace(ClassificationTrace* trace, const Classification& work) {
   if (trace == nullptr) return;
   trace->pair = work.pair;
   if (trace->wantsResults) trace->results = work.results;
@@ -113,7 +112,9 @@ class SiteClassification {
     if (isClient) work_.RunStage(kStageUrlClient);
     if (const Score score = work_.ComputeScore(); score.isFinal && score.classification != kZephSpoofing) {
       if (score.classification == kZephScriptAttack) {
-        ReportURL(work_.pageData.url.RawUrl.c_str(), kReportScriptAttack, nullptr);
+        Settlement unused;
+        Settlement& settlement = outputs_.settlement != nullptr ? *outputs_.settlement : unused;
+        settlement.reported = ReportScriptAttack(work_.pageData.url, &settlement.calls);
       }
       Finish(score);
       return 0;
@@ -158,9 +159,7 @@ class SiteClassification {
   /// False when the step's status ends the call.
   bool Read(PageStepIndex index) {
     const PageStep& step = PageSteps()[index];
-    if (step.readsDocument) readTimer_.Start();
-    status_ = step.run(reading_);
-    if (step.readsDocument) readTimer_.Stop();
+    status_ = step.Run(reading_, &readTimer_);
     return !step.IsBad(status_);
   }
 
@@ -196,16 +195,22 @@ std::int32_t ClassifyUrlTraced(const char16_t* url, std::int32_t* classification
   const std::u16string_view urlText(url);
   if (!IsWatchedScheme(urlText)) {
     WriteUnwatched(classification, siteName, spooficity);
+    if (trace != nullptr) {
+      const Classification untouched(Process().configurationMgr.Active());
+      KeepTrace(trace, untouched);
+    }
     return 0;
   }
   *classification = kZephUnclassified;
   ConfigurationMgr& manager = Process().configurationMgr;
   if (!manager.Run()) return 1;
 
+  std::optional<LogBatch> batch(std::in_place);
   Classification work(manager.Active());
   const ScopedPerfTimer timer([&] { return ("ClassifyURL for " + Narrow(urlText)).substr(0, kTimerNameLimit); });
   UrlParser parser;
   if (const int result = parser.DecodeWithRedirectors(urlText, work.pair->configuration.Redirectors); result != 0) {
+    KeepTrace(trace, work);
     return result;
   }
   TakeJudgedRecord(parser, work.pageData.url);
@@ -224,7 +229,10 @@ std::int32_t ClassifyUrlTraced(const char16_t* url, std::int32_t* classification
       LogLine(Narrow(StringEntry(0xAD)).c_str(), Narrow(StringEntry(0xB0)) + Narrow(rawUrl), kLogInformation);
     }
   } else if (score.classification == kZephScriptAttack) {
-    ReportURL(rawUrl.c_str(), kReportScriptAttack, nullptr);
+    batch.reset();  // the exchange may take its time
+    Settlement unused;
+    Settlement& settlement = trace != nullptr ? trace->settlement : unused;
+    settlement.reported = ReportScriptAttack(work.pageData.url, &settlement.calls);
   } else if (LogIsWanted(kLogDetail)) {
     LogLine(Narrow(StringEntry(0xAD)).c_str(), "URL classified as legitimate. URL:" + Narrow(rawUrl), kLogDetail);
   }
@@ -250,11 +258,13 @@ std::int32_t ClassifySiteTraced(IHTMLDocument2* document, std::int32_t* classifi
   readTimer.Stop();
   if (!IsWatchedScheme(pageUrl != nullptr ? std::u16string_view(pageUrl) : documentUrl)) {
     WriteUnwatched(classification, siteName, spooficity);
+    KeepTrace(trace, work);
     return 0;
   }
   std::u16string namedUrl;
   if (const int result = DecodePageUrls(documentUrl, pageUrl, work.pair->configuration, work.pageData, namedUrl);
       result != 0) {
+    KeepTrace(trace, work);
     return result;
   }
   LogUrl("ClassifySite URL", namedUrl);

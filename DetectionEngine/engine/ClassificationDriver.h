@@ -15,14 +15,14 @@
 
 namespace zeph {
 
-/// What a classification worked with, for a caller that explains the verdict. Stays empty when the call ended before
-/// a configuration was taken.
+/// What a classification worked with, for a caller that explains the verdict. Of a call that ran no rule it has a result
+/// for each that is in force, all as they were made. Stays empty when an argument was null or nothing is loaded.
 struct ClassificationTrace {
   std::shared_ptr<const ConfigurationPair> pair;
   std::vector<IndicatorResult> results;  ///< one for each indicator of the pair, as the call left them
   std::size_t nameRoom = kZephNameRoom;  ///< by the caller: characters that its siteName has room for
   bool wantsResults = true;              ///< false, by the caller: results stays empty, which spares copies of texts
-  Settlement settlement;                 ///< of a page
+  Settlement settlement;
 };
 
 /// The work of the exports of the same names; their arguments and results stand in DetectionEngine.h. trace may be

@@ -2,7 +2,7 @@
 // The exported functions. Each is short here; the work stands in the rooms.
 #include <algorithm>
 #include <array>
-#include <optional>
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -11,14 +11,15 @@
 #include "DetectionEngine/base/DataFolder.h"
 #include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/base/ModuleTexts.h"
+#include "DetectionEngine/base/SettingsStore.h"
 #include "DetectionEngine/configuration/Cabinet.h"
 #include "DetectionEngine/configuration/Pack.h"
 #include "DetectionEngine/engine/ClassificationDriver.h"
 #include "DetectionEngine/engine/ProcessState.h"
+#include "DetectionEngine/engine/ServerCalls.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Module.h"
-#include "DetectionEngine/server/ServerRequests.h"
-#include "DetectionEngine/url/UrlParser.h"
+#include "DetectionEngine/server/ExchangeRules.h"
 
 namespace zeph {
 
@@ -62,29 +63,6 @@ Result Guarded(Work&& work, Result onFailure) noexcept {
   }
 }
 
-std::int32_t ReportDecoded(const char16_t* url, std::int32_t reportCode, const char16_t* context) {
-  if (url == nullptr) return 1;
-  const auto pair = Process().configurationMgr.Active();
-  UrlParser parser;
-  if (parser.DecodeWithRedirectors(url, pair->configuration.Redirectors) != 0) {
-    LogLine("ReportURL", "parsing URL resulted in error", kLogError);
-    return 1;
-  }
-  const std::u16string& rawUrl = parser.Record().RawUrl;
-  const std::u16string& server = pair->configuration.Resources.Server;
-  LogLine(
-      "ReportURL - URL", [&] { return Narrow(rawUrl); }, kLogInformation);
-  LogLine(
-      "ReportURL - Server Name", [&] { return Narrow(server); }, kLogInformation);
-  if (const ZephReportCallback callback = Process().reportUrlCallback.load()) {
-    LogLine("ReportURL", "Doing callback", kLogError);
-    callback(rawUrl.c_str(), server.c_str());
-    return 0;
-  }
-  return ReportUrl(rawUrl, server, reportCode,
-                   context != nullptr ? std::optional<std::u16string_view>(context) : std::nullopt);
-}
-
 }  // namespace
 
 }  // namespace zeph
@@ -97,19 +75,9 @@ std::int32_t CheckURL(ZephWideString url, std::int32_t* classification) {
   return Guarded(
       [&] {
         if (classification == nullptr) return 0;
-        const std::u16string text = url.text != nullptr ? std::u16string(url.text, url.length) : std::u16string();
-        const std::u16string server = Process().configurationMgr.Active()->configuration.Resources.Server;
-        LogLine(
-            "CheckURL Start", [&] { return Narrow(text); }, kLogDetail);
-        LogLine(
-            "CheckURL - Server Name", [&] { return Narrow(server); }, kLogDetail);
-        if (const ZephCheckCallback callback = Process().checkUrlCallback.load()) {
-          *classification = callback(text.c_str(), server.c_str());
-        } else {
-          *classification = CheckUrl(text, server, Process().privacyLevel.load());
-        }
-        LogLine(
-            "CheckURL End", [&] { return "Returning classification=" + std::to_string(*classification); }, kLogDetail);
+        bool sent = false;
+        *classification =
+            AskServer(url.text != nullptr ? std::u16string(url.text, url.length) : std::u16string(), sent);
         return 0;
       },
       0);
@@ -131,14 +99,8 @@ std::int32_t GetEngineVersion(std::int32_t* version) {
 }
 
 std::int32_t ReportURL(const char16_t* url, std::int32_t reportCode, const char16_t* context) {
-  return Guarded(
-      [&] {
-        const std::int32_t result = ReportDecoded(url, reportCode, context);
-        LogLine(
-            "ReportURL", [&] { return "ReportURL return code=" + std::to_string(result); }, kLogDetail);
-        return result;
-      },
-      1);
+  bool sent = false;
+  return Guarded([&] { return TellServer(url, reportCode, context, sent); }, 1);
 }
 
 std::int32_t SetServerCallbacks(ZephCheckCallback checkCallback, ZephReportCallback reportCallback) {
@@ -246,7 +208,8 @@ std::int32_t SetPrivacy(std::uint32_t level) {
   return Guarded(
       [&] {
         LogLine(
-            "SetResults", [&] { return "SetPrivacy(" + std::to_string(level) + ")"; }, kLogDetail);
+            "SetResults", [&] { return "SetPrivacy(" + std::to_string(static_cast<std::int32_t>(level)) + ")"; },
+            kLogDetail);
         if (level > kHighestPrivacyLevel) return -1;
         return Process().privacyLevel.exchange(static_cast<std::int32_t>(level));
       },
@@ -254,6 +217,29 @@ std::int32_t SetPrivacy(std::uint32_t level) {
 }
 
 std::int32_t GetPrivacy(void) { return Process().privacyLevel; }
+
+std::int32_t SetEngineOption(std::int32_t option, std::int32_t value) {
+  return Guarded(
+      [&] {
+        const bool isSwitch = value == 0 || value == 1;
+        switch (option) {
+          case kZephRemember:
+            return value == 1 && SettingsStore().EnsureKey() ? 0 : 1;
+          case kZephWarningMemory:
+            if (isSwitch) Process().usesWarningMemory = value == 1;
+            return isSwitch ? 0 : 1;
+          case kZephStrictServer:
+            if (isSwitch) SetStrictServer(value == 1);
+            return isSwitch ? 0 : 1;
+          case kZephServerRest:
+            if (value >= 0) SetServerRest(std::chrono::seconds(value));
+            return value >= 0 ? 0 : 1;
+          default:
+            return 1;
+        }
+      },
+      1);
+}
 
 ZephFunction DetectionEngineOrdinal(std::uint32_t number) {
   return number < kOrdinals.size() ? kOrdinals[number] : nullptr;

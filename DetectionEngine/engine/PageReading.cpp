@@ -9,7 +9,6 @@
 #include "DetectionEngine/page/FormTextScanner.h"
 #include "DetectionEngine/page/ImageCollector.h"
 #include "DetectionEngine/page/LinkCollector.h"
-#include "DetectionEngine/page/PageDump.h"
 #include "DetectionEngine/page/ScriptCollector.h"
 #include "DetectionEngine/page/StructureEncoder.h"
 #include "DetectionEngine/url/UrlParser.h"
@@ -60,12 +59,8 @@ constexpr std::array kSteps = {
                return CollectInto(r.pageData.body, [&](BodyData& data) { return CollectBodyData(r.document, data); });
              }},
     PageStep{"PageDump", BadStatus::kNone, true,
-             [](PageReading& r) {
-               PageDump dump;
-               const Status status = dump.Build(r.document, r.pageData.body.visibleText);
-               r.pageData.diagnosticText = dump.Text();
-               return status;
-             }},
+             [](PageReading& r) { return r.dump.Build(r.document, r.pageData.body.visibleText); },
+             [](PageReading& r) { r.pageData.diagnosticText = r.dump.Text(); }},
     PageStep{"FormTextScanner", BadStatus::kNonZero, false, [](PageReading& r) { return ScanFormTexts(r.pageData); }},
     PageStep{"CollectScriptData", BadStatus::kNonZero, true,
              [](PageReading& r) {
@@ -112,6 +107,15 @@ void TakeJudgedRecord(UrlParser& parser, UrlRecord& record) {
 
 std::u16string TextOf(const TextAnswer& answer) {
   return answer.HasValue() ? std::u16string(*answer.value) : std::u16string();
+}
+
+Status PageStep::Run(PageReading& reading, PerfTimer* readTimer) const {
+  PerfTimer* const timer = readsDocument ? readTimer : nullptr;
+  if (timer != nullptr) timer->Start();
+  const Status status = work(reading);
+  if (timer != nullptr) timer->Stop();
+  if (finish != nullptr) finish(reading);
+  return status;
 }
 
 std::span<const PageStep> PageSteps() noexcept { return kSteps; }

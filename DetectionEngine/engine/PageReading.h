@@ -9,9 +9,11 @@
 #include <string_view>
 
 #include "DetectionEngine/Document.h"
+#include "DetectionEngine/base/PerfTimer.h"
 #include "DetectionEngine/configuration/Configuration.h"
 #include "DetectionEngine/page/AllCollectionParser.h"
 #include "DetectionEngine/page/PageData.h"
+#include "DetectionEngine/page/PageDump.h"
 
 namespace zeph {
 
@@ -35,6 +37,7 @@ struct PageReading {
   IHTMLDocument2* document = nullptr;
   PageData& pageData;
   AllCollectionParser allParser;  ///< its second pass builds on what its first found
+  PageDump dump = {};
 };
 
 /// Which statuses of a step end the reading.
@@ -44,8 +47,11 @@ struct PageStep {
   std::string_view name;
   BadStatus bad;
   bool readsDocument;  ///< false: works on texts that were read before
-  Status (*run)(PageReading&);
+  Status (*work)(PageReading&);
+  void (*finish)(PageReading&) = nullptr;  ///< what is left to do without the document
 
+  /// The step whole. readTimer, if given, runs while the document is read.
+  Status Run(PageReading& reading, PerfTimer* readTimer = nullptr) const;
   [[nodiscard]] bool IsBad(Status status) const noexcept {
     return bad == BadStatus::kNonZero ? status != 0 : bad == BadStatus::kNegative && status < 0;
   }

@@ -15,6 +15,7 @@ struct ProcessState {
 
   ConfigurationMgr configurationMgr;
   std::atomic<std::int32_t> privacyLevel{0};
+  std::atomic<bool> usesWarningMemory{true};
   std::atomic<ZephCheckCallback> checkUrlCallback{nullptr};
   std::atomic<ZephReportCallback> reportUrlCallback{nullptr};
 };

@@ -18,8 +18,6 @@ namespace zeph {
 
 namespace {
 
-enum PrivacyLevel : std::int32_t { kFullUrl = 0, kPartialUrl = 1, kNothing = 2 };
-
 /// Answers of the server that mean something here, beside the classifications.
 enum ServerAnswer : std::int32_t {
   kServerTrustworthy = kZephTrustworthy,
@@ -46,17 +44,15 @@ void LogSpooficity(const char* label, float score, std::int32_t classification) 
       kLogDetail);
 }
 
-std::int32_t AskServer(const PageData& page, std::int32_t privacy, Settlement& settlement) {
+/// Asks as far as privacy allows. Unasked, the server counts as one that leaves the verdict as it is.
+std::int32_t AskAbout(const PageData& page, std::int32_t privacy, Settlement& settlement) {
   std::int32_t server = kServerSpoofing;
-  const auto ask = [&](const char* text, const std::u16string& url) {
-    LogLine("SetResults-Calling CheckURL", text, kLogDetail);
-    CheckURL({url.data(), url.size()}, &server);
+  const std::u16string& url = privacy == kPartialUrl ? page.url.NormalizedUrl : page.url.RawUrl;
+  ServerCall& call = settlement.calls.emplace_back(ServerCall::Kind::kCheck, url);
+  if (privacy == kFullUrl || privacy == kPartialUrl) {
+    LogLine("SetResults-Calling CheckURL", privacy == kFullUrl ? "FULL URL" : "partial URL", kLogDetail);
+    server = AskServer(url, call.sent);
     settlement.serverAnswer = server;
-  };
-  if (privacy == kFullUrl) {
-    ask("FULL URL", page.url.RawUrl);
-  } else if (privacy == kPartialUrl) {
-    ask("partial URL", page.url.NormalizedUrl);
   } else if (privacy == kNothing) {
     LogLine("SetResults-Calling CheckURL", "Skipping", kLogDetail);
   }
@@ -81,9 +77,10 @@ void ReportPage(const PageData& page, std::int32_t server, const std::u16string&
   }
   LogLine("SetResults", "Inside of code to report URL", kLogDetail);
   const char* const label = "SetResults calling ReportURL";
+  ServerCall& call = settlement.calls.emplace_back(ServerCall::Kind::kReport, page.url.RawUrl);
   if (privacy == kFullUrl) {
     LogLine(label, "Full URL", kLogDetail);
-    settlement.reported = ReportURL(page.url.RawUrl.c_str(), kReportConfirmedPage, nullptr) == 0;
+    settlement.reported = TellServer(page.url.RawUrl.c_str(), kReportConfirmedPage, nullptr, call.sent) == 0;
   } else if (privacy == kPartialUrl) {
     LogLine(label, "Not calling Report - user opted out of community", kLogDetail);
   } else if (privacy == kNothing) {
@@ -94,7 +91,7 @@ void ReportPage(const PageData& page, std::int32_t server, const std::u16string&
 /// What becomes of a page that the engine alone holds for spoofing.
 std::int32_t SettleWithServer(const PageData& page, const std::u16string& brand, float score, Settlement& settlement) {
   const std::int32_t privacy = Process().privacyLevel.load(std::memory_order_relaxed);
-  const std::int32_t server = AskServer(page, privacy, settlement);
+  const std::int32_t server = AskAbout(page, privacy, settlement);
   ReportPage(page, server, brand, privacy, settlement);
 
   const std::string label = EntryText(0xAE);
@@ -102,17 +99,15 @@ std::int32_t SettleWithServer(const PageData& page, const std::u16string& brand,
     LogResult(label.c_str(), EntryText(0xB1) + Narrow(page.url.RawUrl), page, kLogDetail, 9);
     return server;
   }
-  WarningMemory memory;
-  settlement.heldBack = true;
-  if (memory.IsQuiet()) {
-    LogResult(label.c_str(), EntryText(0xC3), page, kLogWarning, 10);
-    return kZephUnclassified;
+  if (Process().usesWarningMemory) {
+    WarningMemory memory;
+    const bool wasQuiet = memory.IsQuiet();
+    if (wasQuiet || memory.Record(page.url.RawUrl, RealText(score)) == WarningMemory::Verdict::kHoldBack) {
+      LogResult(label.c_str(), EntryText(0xC3), page, wasQuiet ? kLogWarning : kLogDetail, 10);
+      settlement.heldBack = true;
+      return kZephUnclassified;
+    }
   }
-  if (memory.Record(page.url.RawUrl, RealText(score)) == WarningMemory::Verdict::kHoldBack) {
-    LogResult(label.c_str(), EntryText(0xC3), page, kLogDetail, 10);
-    return kZephUnclassified;
-  }
-  settlement.heldBack = false;
   LogResult(label.c_str(), EntryText(0xB0) + Narrow(page.url.RawUrl), page, kLogInformation, 8);
   return server == kServerConfirms ? kZephSpoofingConfirmed : kZephSpoofing;
 }

@@ -4,20 +4,23 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "DetectionEngine/DetectionEngine.h"
 #include "DetectionEngine/EngineResults.h"
 #include "DetectionEngine/configuration/ConfigurationMgr.h"
+#include "DetectionEngine/engine/ServerCalls.h"
 #include "DetectionEngine/page/PageData.h"
 #include "DetectionEngine/scoring/IndicatorResult.h"
 
 namespace zeph {
 
-/// What became of a page that the engine alone holds for spoofing, for a caller that explains the verdict.
+/// What became of a verdict between the rules and the caller, for one who explains it.
 struct Settlement {
   std::optional<std::int32_t> serverAnswer;  ///< 0: the exchange failed; nothing: the server wasn't asked
   std::optional<bool> reported;              ///< whether a report was taken; nothing: none was made
-  bool heldBack = false;                     ///< by the warning memory
+  bool heldBack = false;                     ///< by the warning memory: the page was held for spoofing
+  std::vector<ServerCall> calls;             ///< in order, those among them that the privacy level kept back
 };
 
 /// Where ClassifySite writes its answer. classification is never null, the others may be.

@@ -138,14 +138,13 @@ struct HttpPost::Exchange {
 HttpPost::HttpPost() : exchange_(std::make_unique<Exchange>()) {}
 HttpPost::~HttpPost() = default;
 
-bool HttpPost::Connect(std::string_view userAgent, std::string_view host, std::uint16_t port) {
-  if (!IsClientReady() || host.empty() || HasUnsafe(host, "/?#@\\%\"<>")) return false;
+bool HttpPost::Open(std::string_view userAgent) {
+  if (!IsClientReady()) return false;
   Exchange& exchange = *exchange_;
   exchange.easy.reset(curl_easy_init());
   exchange.multi.reset(curl_multi_init());
   if (exchange.easy == nullptr || exchange.multi == nullptr) return false;
   CURL* const easy = exchange.easy.get();
-  exchange.url = "https://" + std::string(host) + ":" + std::to_string(port);
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   // A name query that hangs must not hold whoever gives up on it.
   curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
@@ -173,6 +172,17 @@ bool HttpPost::Connect(std::string_view userAgent, std::string_view host, std::u
     curl_easy_setopt(easy, CURLOPT_CONNECT_TO, exchange.connectTo.get());
   }
   return true;
+}
+
+bool HttpPost::Connect(std::string_view host, std::uint16_t port) {
+  if (exchange_->easy == nullptr || host.empty() || HasUnsafe(host, "/?#@\\%\"<>")) return false;
+  exchange_->url = "https://" + std::string(host) + ":" + std::to_string(port);
+  return true;
+}
+
+bool HttpPost::Pin(std::string_view keys) {
+  return exchange_->easy != nullptr &&
+         curl_easy_setopt(exchange_->easy.get(), CURLOPT_PINNEDPUBLICKEY, std::string(keys).c_str()) == CURLE_OK;
 }
 
 bool HttpPost::OpenRequest(std::string_view path) {
@@ -208,6 +218,15 @@ std::size_t HttpPost::Read(char* buffer, std::size_t size, int timeoutMs) {
   std::copy_n(exchange.received.data(), count, buffer);
   return count;
 }
+
+long HttpPost::Status() const {
+  long status = 0;
+  if (exchange_->easy != nullptr) curl_easy_getinfo(exchange_->easy.get(), CURLINFO_RESPONSE_CODE, &status);
+  return status;
+}
+
+bool HttpPost::HasEnded() const noexcept { return exchange_->finished; }
+bool HttpPost::IsWhole() const noexcept { return exchange_->finished && exchange_->code == CURLE_OK; }
 
 void HttpPost::Abort() noexcept {
   exchange_->aborted = true;

@@ -23,8 +23,13 @@ class HttpPost {
   HttpPost(const HttpPost&) = delete;
   HttpPost& operator=(const HttpPost&) = delete;
 
+  /// False when the client library can't be used.
+  bool Open(std::string_view userAgent);
   /// Takes the host; false when it can't be one.
-  bool Connect(std::string_view userAgent, std::string_view host, std::uint16_t port);
+  bool Connect(std::string_view host, std::uint16_t port);
+  /// Asks for one of these public keys beside all else: "sha256//" and the hash in base64, several behind each other
+  /// with ";" between. False when the client library doesn't take it.
+  bool Pin(std::string_view keys);
   /// Takes the path; false when it can't be one.
   bool OpenRequest(std::string_view path);
 
@@ -36,6 +41,13 @@ class HttpPost {
   /// Reads up to size bytes of the response's body into buffer, until there are that many, the body ends, it fails or
   /// timeoutMs have passed; gives their number. Stops the exchange: what follows in the body isn't read.
   std::size_t Read(char* buffer, std::size_t size, int timeoutMs);
+
+  /// The response's status, such as 200; 0 before there is one.
+  [[nodiscard]] long Status() const;
+  /// Nothing more will come.
+  [[nodiscard]] bool HasEnded() const noexcept;
+  /// The body has come to the end that its header announced.
+  [[nodiscard]] bool IsWhole() const noexcept;
 
   /// Makes a running Send or Read return soon, and later ones at once. Any thread, any number of times.
   void Abort() noexcept;

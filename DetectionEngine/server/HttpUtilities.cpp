@@ -9,12 +9,16 @@
 #include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/HttpPost.h"
+#include "DetectionEngine/server/ExchangeRules.h"
 
 namespace zeph {
 
 namespace {
 
 constexpr std::string_view kUserAgent = "InetURL/1.0";
+constexpr const char* kStepLabel = "HTTPUtilities::HttpCallServlet";
+constexpr const char* kErrorLabel = "HTTPUtilities :: HttpCallServlet";
+constexpr long kStatusOk = 200;
 constexpr std::string_view kContentType = "Content-Type: application/x-www-form-urlencoded";
 
 /// The worker's part: sends, and logs what became of it. True when a response came.
@@ -38,7 +42,8 @@ bool WorkerHttpSendRequest(HttpPost& post, const std::string& postData) {
 
 /// Sends on a worker, so that a server that doesn't answer can't hold the caller for longer than the time-out. Never
 /// leaves before the worker has ended: it reads what belongs to the caller.
-bool HttpSendRequestWithTimeout(HttpPost& post, const std::string& postData, std::chrono::milliseconds timeout) {
+bool HttpSendRequestWithTimeout(HttpPost& post, const std::string& postData, std::chrono::milliseconds timeout,
+                                bool& timedOut) {
   constexpr const char* kLabel = "HttpSendRequestWithTimeout";
   std::promise<bool> promise;
   std::future<bool> sent = promise.get_future();
@@ -50,6 +55,7 @@ bool HttpSendRequestWithTimeout(HttpPost& post, const std::string& postData, std
     }
   });
   if (sent.wait_for(timeout) == std::future_status::timeout) {
+    timedOut = true;
     LogLine(kLabel, "Timeout", kLogError);
     post.Abort();
     return false;
@@ -67,26 +73,32 @@ bool HttpSendRequestWithTimeout(HttpPost& post, const std::string& postData, std
   return responded;
 }
 
-std::int32_t ReadNumberFromServer(HttpPost& post) {
-  std::array<char, 4> bytes{};
-  post.Read(bytes.data(), bytes.size(), kReadTimeoutMs);
+constexpr std::size_t kAnswerSize = 4;
+
+std::int32_t ReadNumberFromServer(HttpPost& post, std::string_view host, const ExchangeRules& rules) {
+  // A strict reader looks for one byte more, to see that there is none.
+  std::array<char, kAnswerSize + 1> bytes{};
+  const std::size_t count = post.Read(bytes.data(), rules.strict ? bytes.size() : kAnswerSize, kReadTimeoutMs);
+  if (count < kAnswerSize && !post.HasEnded()) NoteHungServer(host);
   std::uint32_t number = 0;
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
+  for (std::size_t i = 0; i < kAnswerSize; ++i) {
     number |= static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
   }
   const auto answer = static_cast<std::int32_t>(number);
   LogLine(
-      "HTTPUtilities::HttpCallServlet", [&] { return "Read the following from server: " + std::to_string(answer); },
-      kLogInformation);
+      kStepLabel, [&] { return "Read the following from server: " + std::to_string(answer); }, kLogInformation);
+  if (rules.strict && (count != kAnswerSize || !post.IsWhole())) {
+    LogLine(kErrorLabel, "The answer isn't four bytes", kLogError);
+    return 0;
+  }
   return answer;
 }
 
 }  // namespace
 
 std::int32_t HttpCallServlet(std::u16string_view server, std::uint16_t port, std::string_view object,
-                             const std::string& postData, int expectReply) {
-  constexpr const char* kStepLabel = "HTTPUtilities::HttpCallServlet";
-  constexpr const char* kErrorLabel = "HTTPUtilities :: HttpCallServlet";
+                             const std::string& postData, int expectReply, bool* sent) {
+  if (sent != nullptr) *sent = false;
   const std::string host = Narrow(server);
   LogLine(
       kStepLabel, [&] { return "Server=" + host; }, kLogDetail);
@@ -98,7 +110,8 @@ std::int32_t HttpCallServlet(std::u16string_view server, std::uint16_t port, std
       kStepLabel, [&] { return "PostData=" + postData; }, kLogDetail);
 
   HttpPost post;
-  if (!post.Connect(kUserAgent, host, port)) {
+  if (!post.Open(kUserAgent)) return 0;
+  if (!post.Connect(host, port)) {
     LogLine(kErrorLabel, "InternetConnect failed", kLogError);
     return 0;
   }
@@ -106,17 +119,34 @@ std::int32_t HttpCallServlet(std::u16string_view server, std::uint16_t port, std
     LogLine(kErrorLabel, "HttpOpenRequest failed", kLogError);
     return 0;
   }
-  bool sent = false;
-  try {
-    sent = HttpSendRequestWithTimeout(post, postData, std::chrono::milliseconds(kSendTimeoutMs));
-  } catch (...) {  // no thread to be had
-    sent = false;
+  const ExchangeRules rules = CurrentExchangeRules();
+  if (HungWithin(host, rules.rest)) {
+    LogLine(kErrorLabel, "The server didn't answer lately and isn't asked", kLogError);
+    return 0;
   }
-  if (!sent) {
+  if (!rules.key.empty() && !post.Pin(rules.key)) {
+    LogLine(kErrorLabel, "The server's public key can't be asked for", kLogError);
+    return 0;
+  }
+  if (sent != nullptr) *sent = true;
+  bool responded = false;
+  bool timedOut = false;
+  try {
+    responded = HttpSendRequestWithTimeout(post, postData, std::chrono::milliseconds(kSendTimeoutMs), timedOut);
+  } catch (...) {  // no thread to be had
+    responded = false;
+  }
+  if (timedOut) NoteHungServer(host);
+  if (!responded) {
     LogLine(kErrorLabel, "HttpSendRequestWithTimeout failed", kLogError);
     return 0;
   }
-  return expectReply == kReplyRead ? ReadNumberFromServer(post) : 1;
+  if (rules.strict && post.Status() != kStatusOk) {
+    LogLine(
+        kErrorLabel, [&] { return "The server answered with status " + std::to_string(post.Status()); }, kLogError);
+    return 0;
+  }
+  return expectReply == kReplyRead ? ReadNumberFromServer(post, host, rules) : 1;
 }
 
 }  // namespace zeph

@@ -42,19 +42,19 @@ std::string SealUrl(std::u16string_view url) {
   return sealed;
 }
 
-std::int32_t CheckUrl(std::u16string_view url, std::u16string_view server, std::int32_t privacy) {
+std::int32_t CheckUrl(std::u16string_view url, std::u16string_view server, std::int32_t privacy, bool* sent) {
   const std::string body = BodyOf(0xBC) + "&PRIV=" + std::to_string(privacy) + "&el=" + SealUrl(url);
-  return HttpCallServlet(server, kServerPort, Narrow(StringEntry(0xBA)), body, kReplyRead);
+  return HttpCallServlet(server, kServerPort, Narrow(StringEntry(0xBA)), body, kReplyRead, sent);
 }
 
 std::int32_t ReportUrl(std::u16string_view url, std::u16string_view server, std::int32_t reportCode,
-                       std::optional<std::u16string_view> context) {
+                       std::optional<std::u16string_view> context, bool* sent) {
   LogLine(
       "HTTPUtilities:: ReportURL", [&] { return Narrow(url); }, kLogDetail);
   std::string body = BodyOf(0xBD) + "&el=" + SealUrl(url) + "&er=" + std::to_string(reportCode);
   if (context) body += "&ctx=" + Narrow(*context).substr(0, kContextLimit);
   const std::uint32_t path = reportCode == kReportOfOtherPath ? 0xBB : 0xBA;
-  return HttpCallServlet(server, kServerPort, Narrow(StringEntry(path)), body, kReplyIgnored) == 1 ? 0 : 1;
+  return HttpCallServlet(server, kServerPort, Narrow(StringEntry(path)), body, kReplyIgnored, sent) == 1 ? 0 : 1;
 }
 
 }  // namespace zeph

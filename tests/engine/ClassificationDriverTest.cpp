@@ -4,6 +4,7 @@
 #include <ostream>
 
 #include "DetectionEngine/EngineResults.h"
+#include "DetectionEngine/engine/ClassificationDriver.h"
 #include "documents/Recording.h"
 #include "tests/engine/EngineFixture.h"
 
@@ -187,6 +188,57 @@ TEST_F(DriverTest, JudgesAUrlByTheRulesOfUrls) {
     EXPECT_EQ(Classify(u"http://www.bad.example/login"), row.expected) << row.what;
     EXPECT_EQ(fakeServer.reported.size(), row.reports) << row.what;
     EXPECT_TRUE(fakeServer.checked.empty()) << row.what;
+  }
+}
+
+TEST_F(DriverTest, TellsOfAScriptAttackWhatPrivacyAllows) {
+  constexpr const char* kFull = "http://www.bad.example/login?q=script";
+  constexpr const char* kPartial = "http://bad.example/login";
+  struct Row {
+    std::int32_t privacy;
+    const char* url;
+    bool sent;
+  };
+  Publish({AlwaysWeighs(0, 1.2F)});
+  for (const Row& row : {Row{0, kFull, true}, Row{1, kPartial, true}, Row{2, kFull, false}, Row{3, kFull, false},
+                         Row{-1, kFull, false}}) {
+    SetPreferences(0, row.privacy, -1, nullptr, 0, nullptr);
+    std::string error;
+    const auto document = RecordedDocument::Parse(Recording(kFull), error);
+    for (const bool isPage : {false, true}) {
+      fakeServer = {};
+      std::int32_t classification = 0;
+      ClassificationTrace trace;
+      if (isPage) {
+        ClassifySiteTraced(document.get(), &classification, nullptr, nullptr, nullptr, nullptr, &trace);
+      } else {
+        ClassifyUrlTraced(Widen(kFull).c_str(), &classification, nullptr, nullptr, &trace);
+      }
+      EXPECT_EQ(classification, 6);
+      const std::vector<std::string> told = row.sent ? std::vector<std::string>{row.url} : std::vector<std::string>{};
+      EXPECT_EQ(fakeServer.reported, told) << row.privacy << isPage;
+      ASSERT_EQ(trace.settlement.calls.size(), 1U);
+      EXPECT_EQ(Narrow(trace.settlement.calls[0].url), row.url) << row.privacy;
+      EXPECT_EQ(trace.settlement.calls[0].sent, row.sent) << row.privacy;
+    }
+  }
+}
+
+TEST_F(DriverTest, TracesEveryRuleAlsoOfACallThatRanNone) {
+  Publish({AlwaysWeighs(0, 0.7F), AlwaysWeighs(3, 0.7F)});
+  for (const char* url : {kUrl, "about:blank", "http://"}) {
+    std::string error;
+    const auto document = RecordedDocument::Parse(Recording(url, {"get_forms"}), error);
+    std::int32_t classification = 0;
+    ClassificationTrace ofUrl;
+    ClassificationTrace ofPage;
+    ClassifyUrlTraced(Widen(url).c_str(), &classification, nullptr, nullptr, &ofUrl);
+    ClassifySiteTraced(document.get(), &classification, nullptr, nullptr, nullptr, nullptr, &ofPage);
+    for (const ClassificationTrace* trace : {&ofUrl, &ofPage}) {
+      ASSERT_EQ(trace->results.size(), 2U) << url;
+      EXPECT_EQ(trace->results[0].evaluated, url == std::string_view(kUrl)) << url;
+      EXPECT_FALSE(trace->results[1].evaluated) << url;
+    }
   }
 }
 

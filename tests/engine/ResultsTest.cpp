@@ -45,7 +45,7 @@ class ResultsTest : public test::EngineTest {
  protected:
   ResultsTest() {
     Publish({});
-    SettingsStore().EnsureKey();
+    EXPECT_EQ(SetEngineOption(kZephRemember, 1), 0);
   }
 
   /// What a page that the engine holds for spoofing comes to.
@@ -83,6 +83,7 @@ TEST_F(ResultsTest, FollowsTheServerAsFarAsPrivacyAllows) {
     std::int32_t classification;
     std::vector<std::string> checked;
     std::vector<std::string> reported;
+    std::vector<std::string> keptBack = {};
   };
   const std::vector<Row> rows = {
       {"full URL, confirmed", 0, 5, u"bank.example", 5, {kFullUrl}, {kFullUrl}},
@@ -95,9 +96,9 @@ TEST_F(ResultsTest, FollowsTheServerAsFarAsPrivacyAllows) {
       {"full URL, spoofing", 0, 2, u"bank.example", 2, {kFullUrl}, {}},
       {"full URL, no answer", 0, 0, u"bank.example", 2, {kFullUrl}, {}},
       {"full URL, an answer from the future", 0, 77, u"bank.example", 2, {kFullUrl}, {}},
-      {"partial URL, confirmed", 1, 5, u"bank.example", 5, {kPartialUrl}, {}},
+      {"partial URL, confirmed", 1, 5, u"bank.example", 5, {kPartialUrl}, {}, {kFullUrl}},
       {"partial URL, cleared", 1, 1, u"bank.example", 1, {kPartialUrl}, {}},
-      {"nothing is sent", 2, 5, u"bank.example", 2, {}, {}},
+      {"nothing is sent", 2, 5, u"bank.example", 2, {}, {}, {kFullUrl}},
   };
   for (const Row& row : rows) {
     SetPrivacy(static_cast<std::uint32_t>(row.privacy));
@@ -109,6 +110,12 @@ TEST_F(ResultsTest, FollowsTheServerAsFarAsPrivacyAllows) {
     EXPECT_EQ(settlement.serverAnswer, row.checked.empty() ? std::nullopt : std::optional(row.answer)) << row.what;
     EXPECT_EQ(settlement.reported, row.reported.empty() ? std::nullopt : std::optional(true)) << row.what;
     EXPECT_FALSE(settlement.heldBack) << row.what;
+    std::vector<std::string> calls[2];
+    for (const ServerCall& call : settlement.calls) calls[call.sent ? 1 : 0].push_back(Narrow(call.url));
+    std::vector<std::string> sent = row.checked;
+    sent.insert(sent.end(), row.reported.begin(), row.reported.end());
+    EXPECT_EQ(calls[1], sent) << row.what;
+    EXPECT_EQ(calls[0], row.keptBack) << row.what;
   }
 }
 
@@ -205,6 +212,23 @@ TEST_F(ResultsTest, KeepsQuietForADay) {
     EXPECT_EQ(fakeServer.reported.size(), answer == 5 ? 1U : 0U) << answer;
   }
   EXPECT_EQ(Slot(8), "none");
+
+  // A program that judges for many does without.
+  fakeServer = {};
+  EXPECT_EQ(SetEngineOption(kZephWarningMemory, 0), 0);
+  Settlement settlement;
+  EXPECT_EQ(Settle(0.95F, kUrl, u"", &settlement), 2);
+  EXPECT_EQ(SetEngineOption(kZephWarningMemory, 1), 0);
+  EXPECT_FALSE(settlement.heldBack);
+  EXPECT_EQ(Slot(8), "none");
+}
+
+TEST_F(ResultsTest, RefusesOptionsThatThereAreNot) {
+  for (const auto& [option, value] : {std::pair{0, 1}, std::pair{5, 1}, std::pair<int, int>{kZephWarningMemory, 2},
+                                      std::pair<int, int>{kZephRemember, 0}, std::pair<int, int>{kZephServerRest, -1},
+                                      std::pair<int, int>{kZephStrictServer, -1}}) {
+    EXPECT_EQ(SetEngineOption(option, value), 1) << option << " " << value;
+  }
 }
 
 TEST_F(ResultsTest, RemembersAcrossProcesses) {

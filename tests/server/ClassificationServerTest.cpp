@@ -5,6 +5,7 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <set>
 #include <thread>
@@ -25,6 +26,7 @@
 namespace zeph {
 namespace {
 
+using server::kUnknown;
 using server::ReportStore;
 using server::ReportSummary;
 using server::VerdictList;
@@ -83,13 +85,13 @@ TEST(VerdictListTest, PrefersTheMoreExactLine) {
       {"http://site.example/", 4},
       {"http://mysite.example/", 1},
       {"http://example/", 1},
-      {"http://notexample/", 3},
+      {"http://notexample/", kUnknown},
       {"http://twice.example/", 2},
-      {"http://1.2.3.4/", 3},
-      {"", 3},
-      {"no address", 3},
-      {"http://", 3},
-      {"http://www.site.example@other.test/", 3},
+      {"http://1.2.3.4/", kUnknown},
+      {"", kUnknown},
+      {"no address", kUnknown},
+      {"http://", kUnknown},
+      {"http://www.site.example@other.test/", kUnknown},
   };
   for (const Case& row : cases) EXPECT_EQ(list.Find(row.url), row.verdict) << row.url;
 }
@@ -179,8 +181,8 @@ TEST_F(ClassificationServer, AnswersTheEngine) {
   const Case cases[] = {
       {u"http://bad.example/login?a=b", 5},
       {u"http://bad.example/login", 2},
-      {u"http://b\u00E4d.example/\U0001F600", 3},
-      {u"", 3},
+      {u"http://b\u00E4d.example/\U0001F600", 2},
+      {u"", 2},
   };
   for (const Case& row : cases) {
     EXPECT_EQ(CheckUrl(row.url, u"check.example", 1), row.answer) << Narrow(row.url);
@@ -223,14 +225,85 @@ TEST_F(ClassificationServer, ReadsItsListAgainWhenThatChanges) {
   EXPECT_TRUE(waitFor(2));
   SetVerdicts("nonsense\ntrustworthy suffix example\n");
   EXPECT_TRUE(waitFor(1));
-  // Without a file the last list stays; a new one counts again.
   std::filesystem::remove(Path("verdicts"));
-  EXPECT_TRUE(waitFor(1));
+  EXPECT_TRUE(waitFor(1)) << "without a file the last list stays";
   SetVerdicts("4 host bad.example");
   EXPECT_TRUE(waitFor(4));
   over = true;
   others.clear();
   ExpectCleanStop();
+}
+
+TEST_F(ClassificationServer, KeepsAGoodListFromABadOne) {
+  const std::string good = "spoofing host bad.example\n";
+  for (const std::string& bad :
+       {std::string(), std::string("# all gone\n"), good + std::string("\0", 1), good + "x\ny\n"}) {
+    SetVerdicts(good);
+    server::VerdictFile file(Path("verdicts"));
+    SetVerdicts(bad);
+    file.Reread();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(file.Current()->size(), 1U) << bad;
+    // A list that was read behind it has been read behind it.
+    SetVerdicts(good + "trustworthy host good.example\n");
+    file.Reread();
+    while (file.Current()->size() == 1) std::this_thread::yield();
+    EXPECT_EQ(file.Current()->size(), 2U);
+  }
+}
+
+TEST_F(ClassificationServer, HearsTheHangUpSignal) {
+  Start();
+  ASSERT_TRUE(Serves());
+  server_->Signal(SIGHUP);
+  ASSERT_TRUE(Serves());
+  ExpectCleanStop();
+}
+
+TEST_F(ClassificationServer, LeavesTheAuthorityOfAServerThatHasThePort) {
+  Start();
+  const std::string authority = Content(Path("zeph-test-authority.pem"));
+  EXPECT_THROW(ServerProcess(Path(""), {"--listen", "127.0.0.1:" + std::to_string(server_->Port())}),
+               std::runtime_error);
+  EXPECT_EQ(Content(Path("zeph-test-authority.pem")), authority);
+  ExpectCleanStop();
+}
+
+TEST_F(ClassificationServer, WritesReportsWhereTheyAreLookedFor) {
+  for (const bool isReplaced : {false, true}) {
+    ReportStore store(Path("reports"));
+    const auto keeps = [&](const std::string& url) {
+      std::promise<bool> kept;
+      store.Add(url, 3, "", [&](bool outcome) { kept.set_value(outcome); });
+      return kept.get_future().get();
+    };
+    EXPECT_TRUE(keeps("http://a.test/"));
+    std::filesystem::remove(Path("reports"));
+    if (isReplaced) Fill(Path("reports"), "");
+    EXPECT_TRUE(keeps("http://b.test/"));
+    EXPECT_EQ(ReportedUrls(), std::set<std::string>{"http://b.test/"});
+    std::filesystem::remove(Path("reports"));
+    std::filesystem::create_directory(Path("reports"));
+    EXPECT_FALSE(keeps("http://c.test/"));
+    std::filesystem::remove(Path("reports"));
+    EXPECT_TRUE(keeps("http://d.test/"));
+    store.Finish();
+    std::filesystem::remove(Path("reports"));
+  }
+}
+
+TEST_F(ClassificationServer, HoldsToTheLimitOfItsDatabase) {
+  ReportStore store(Path("reports"), 1);
+  const std::string context(100'000, 'x');
+  int kept = 0;
+  for (bool full = false; !full && kept < 100; kept += full ? 0 : 1) {
+    std::promise<bool> outcome;
+    store.Add(std::to_string(kept), 3, context, [&](bool done) { outcome.set_value(done); });
+    full = !outcome.get_future().get();
+  }
+  EXPECT_GT(kept, 3);
+  EXPECT_LT(kept, 11);
+  EXPECT_EQ(store.Latest(100).size(), static_cast<std::size_t>(kept));
 }
 
 TEST_F(ClassificationServer, RefusesWhatIsNoRequest) {
@@ -258,6 +331,11 @@ TEST_F(ClassificationServer, RefusesWhatIsNoRequest) {
            "\r\n" + check.substr(3) + "\r\n0\r\n\r\n",
        200},
       {"by an old client", replaced(Post(check), "HTTP/1.1", "HTTP/1.0"), 200},
+      {"by an old client without a host", replaced(replaced(Post(check), "HTTP/1.1", "HTTP/1.0"), host, ""), 200},
+      {"without a host", replaced(Post(check), host, ""), 400},
+      {"of two hosts", replaced(Post(check), host, host + host), 400},
+      {"with a folded line", Post(check, "X: a\r\n b\r\n"), 400},
+      {"with a folded line behind a tab", Post(check, "X: a\r\n\tb: c\r\n"), 400},
       {"not posted", "GET " + ExchangePath() + " HTTP/1.1\r\n" + host + "\r\n", 405},
       {"of another path", replaced(Post(check), ExchangePath(), "/"), 400},
       {"of no command", Post(replaced(check, "cmd=", "cmd=x")), 400},
@@ -360,7 +438,7 @@ TEST_F(ClassificationServer, ServesTenThousandConnectionsInTurn) {
 }
 
 TEST_F(ClassificationServer, HoldsToItsLimitOfConnections) {
-  Start({"--connections", "3", "--status", "127.0.0.1:0"});
+  Start({"--connections", "3", "--connections-per-address", "3", "--status", "127.0.0.1:0"});
   {
     std::array<Client, 3> seated = {Connect(), Connect(), Connect()};
     for (Client& client : seated) EXPECT_TRUE(client.Exchange(Check("http://bad.example/")));
@@ -369,6 +447,18 @@ TEST_F(ClassificationServer, HoldsToItsLimitOfConnections) {
     for (Client& client : seated) EXPECT_TRUE(client.Exchange(Check("http://bad.example/")));
     EXPECT_TRUE(LookAtStatus().Exchange("GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")) << "the page can still be seen";
   }
+  while (!Serves()) {
+  }
+  ExpectCleanStop();
+}
+
+TEST_F(ClassificationServer, LeavesSeatsForOtherAddresses) {
+  Start({"--connections", "6"});
+  std::array<Client, 3> seated = {Connect(), Connect(), Connect()};
+  for (Client& client : seated) EXPECT_TRUE(client.Exchange(Check("http://bad.example/")));
+  EXPECT_FALSE(Serves());
+  EXPECT_TRUE(Client(server_->Port(), Kind::kTls, "127.0.0.2").Exchange(Check("http://bad.example/")));
+  seated[0].Reset();
   while (!Serves()) {
   }
   ExpectCleanStop();

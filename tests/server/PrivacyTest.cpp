@@ -20,10 +20,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "TestPaths.h"
 #include "tests/platform/TestFolders.h"
 #include "tests/server/ServerProcess.h"
 #include "tools/classification-server/ReportStore.h"
-#include "TestPaths.h"
 
 namespace zeph {
 namespace {
@@ -68,6 +68,9 @@ class Privacy : public FoldersTest {
     Fill(Path("sources/Indicators.xml"),
          "<Indicator>\n<OnWeight>0.95</OnWeight>\n<TDPriority>1</TDPriority>\n<Category>1</Category>\n<Expression>\n"
          "<FieldID>4</FieldID>\n<MethodID>3</MethodID>\n<ValueType>0</ValueType>\n<Value>8</Value>\n"
+         "</Expression>\n</Indicator>\n"
+         "<Indicator>\n<OnWeight>1.2</OnWeight>\n<Category>0</Category>\n<Expression>\n"
+         "<FieldID>20</FieldID>\n<MethodID>2</MethodID>\n<ValueType>0</ValueType>\n<Value>/attack</Value>\n"
          "</Expression>\n</Indicator>\n");
     Fill(Path("page.html"), "<!DOCTYPE html><title>Sign in</title><form action=/go><input type=password></form>");
   }
@@ -113,6 +116,10 @@ TEST_F(Privacy, NoSocketIsOpenedUnlessTheUserSaysSo) {
     EXPECT_NE(Out().find("SPOOFING"), std::string::npos) << Out();
     EXPECT_NE(Out().find("not sent: check of " + url + " to " + host), std::string::npos) << Out();
   }
+  const std::string attack = "http://examplebank.evil.test/attack?name=value";
+  const int quiet = Run({"check", "--json", attack}, true);
+  EXPECT_TRUE(WIFEXITED(quiet) && WEXITSTATUS(quiet) == 0) << quiet << Out();
+  EXPECT_NE(Out().find("\"classification\": 6"), std::string::npos) << Out();
   for (const char* level : {"full", "partial"}) {
     const int status = Check(url, {"--privacy", level, "--server", "check.example"}, true);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSYS) << level << " opened none: " << status << Out();
@@ -131,11 +138,11 @@ TEST_F(Privacy, TheServersAnswerIsShownWithWhatBecameOfIt) {
   Fill(Path("verdicts"), "confirmed url " + site + "/confirmed?a=b\nspoofing url " + site + "/spoofing?a=b\n" +
                              "trustworthy url " + site + "/trustworthy?a=b\nconfirmed url " + site + "/partial\n");
   const Case cases[] = {
-      {"/unknown", "full", "unclassified", "the server check.example was asked: 3, unclassified", false},
+      {"/unknown", "full", "SPOOFING", "the server check.example was asked: 2, spoofing", false},
       {"/confirmed?a=b", "full", "confirmed by the server", "was asked: 5, confirmed; reported to it", true},
       {"/spoofing?a=b", "full", "SPOOFING", "was asked: 2, spoofing", false},
       {"/trustworthy?a=b", "full", "trustworthy", "was asked: 1, trustworthy", false},
-      {"/trustworthy?a=b", "partial", "unclassified", "was asked: 3, unclassified", false},
+      {"/trustworthy?a=b", "partial", "SPOOFING", "was asked: 2, spoofing", false},
       {"/partial?a=b", "partial", "confirmed by the server", "was asked: 5, confirmed", false},
   };
   test::ServerProcess server(Path(""));
@@ -150,15 +157,49 @@ TEST_F(Privacy, TheServersAnswerIsShownWithWhatBecameOfIt) {
   }
 
   EXPECT_EQ(Run({"report", site, "--code", "6", "--context", "a b", "--server", "check.example"}, false), 0);
+  for (const std::string level : {"full", "partial"}) {
+    EXPECT_EQ(
+        Run({"check", "--json", site + "/attack?" + level, "--privacy", level, "--server", "check.example"}, false), 0);
+  }
   server.Signal(SIGTERM);
   EXPECT_TRUE(server.EndsWell());
   const auto reports = server::ReportStore(Path("reports")).Latest(10);
-  ASSERT_EQ(reports.size(), 2U);
+  ASSERT_EQ(reports.size(), 4U);
+  for (const std::string& url : {site + "/attack?full", site + "/attack"}) {
+    EXPECT_TRUE(std::ranges::any_of(reports, [&](const auto& report) { return report.url == url && report.code == 6; }))
+        << url;
+  }
   EXPECT_TRUE(std::ranges::any_of(reports, [&](const server::ReportSummary& report) {
     return report.url == site && report.code == 6 && report.context == "a b";
   }));
   const int status = Run({"report", site, "--code", "6", "--server", "check.example"}, false);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << "without a server: " << status << Out();
+}
+
+TEST_F(Privacy, SitesAreRememberedFromAnEmptyMachine) {
+  // Rule 2 knows a page of mail, and notes its site; rule 3 asks whether the page was reached from there.
+  const auto rule = [](int category, int method) {
+    return "<Indicator>\n<OnWeight>0.5</OnWeight>\n<Category>" + std::to_string(category) +
+           "</Category>\n<Expression>\n<FieldID>0</FieldID>\n<MethodID>" + std::to_string(method) +
+           "</MethodID>\n<ValueType>0</ValueType>\n<Value></Value>\n</Expression>\n</Indicator>\n";
+  };
+  Fill(Path("sources/Indicators.xml"), Content(Path("sources/Indicators.xml")) + rule(3, 15) + rule(3, 45));
+  const auto page = [this](const std::string& name, const std::string& url, const std::string& referrer,
+                           const std::string& text) {
+    Fill(Path(name), "{\"recording\":1,\"document\":{\"get_URL\":\"" + url + "\",\"get_referrer\":\"" + referrer +
+                         "\",\"get_body\":0,\"get_all\":[0]},\"elements\":[{\"IHTMLElement\":{\"get_tagName\":"
+                         "\"BODY\",\"get_innerText\":\"" +
+                         text + "\",\"get_innerHTML\":\"\"}}]}");
+  };
+  page("mail.json", "http://www.mail.test/inbox", "http://x.test/", "From: a\\r\\nTo: b");
+  page("linked.json", "http://other.test/", "http://www.mail.test/inbox", "Hello");
+  const auto isLinked = [this] {
+    EXPECT_EQ(Run({"check", "--json", "--explain", Path("linked.json")}, true), 0);
+    return Out().find("{\"index\": 3, \"evaluated\": true, \"on\": true") != std::string::npos;
+  };
+  EXPECT_FALSE(isLinked());
+  EXPECT_EQ(Run({"check", Path("mail.json")}, true), 0);
+  EXPECT_TRUE(isLinked());
 }
 
 }  // namespace

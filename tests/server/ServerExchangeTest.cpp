@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The exchange with the classification server, against real TLS servers on loopback.
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -8,12 +9,16 @@
 #include <thread>
 
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/sha.h>
+#include <openssl/x509.h>
 
 #include "DetectionEngine/base/Cipher.h"
 #include "DetectionEngine/base/DebugLog.h"
 #include "DetectionEngine/base/StringTable.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/SettingsHive.h"
+#include "DetectionEngine/server/ExchangeRules.h"
 #include "DetectionEngine/server/HttpUtilities.h"
 #include "DetectionEngine/server/ServerRequests.h"
 #include "tests/server/TlsServer.h"
@@ -128,16 +133,19 @@ TEST_F(ServerExchange, ReadsTheFirstFourBytesWhateverTheStatus) {
     std::string body;
     std::string status;
     std::int32_t answer;
+    std::int32_t strictAnswer;
   };
   const Case cases[] = {
-      {"", "200 OK", 0},
-      {"\x02", "200 OK", 2},
-      {std::string("\x01\x02", 2), "200 OK", 0x201},
-      {std::string("\x01\x02\x03", 3), "404 Not Found", 0x30201},
-      {"<htm", "500 Internal Server Error", 0x6D74683C},
-      {std::string("\xFF\xFF\xFF\xFF", 4), "200 OK", -1},
-      {std::string("\x04\0\0\0rest", 8), "302 Found\r\nLocation: https://elsewhere.example.test/", 4},
-      {std::string(100'000'000, '\x01'), "200 OK", 0x01010101},
+      {"", "200 OK", 0, 0},
+      {"\x02", "200 OK", 2, 0},
+      {std::string("\x01\x02", 2), "200 OK", 0x201, 0},
+      {std::string("\x01\x02\x03", 3), "404 Not Found", 0x30201, 0},
+      {std::string("\x01\0\0\0", 4), "503 Service Unavailable", 1, 0},
+      {"<htm", "500 Internal Server Error", 0x6D74683C, 0},
+      {std::string("\xFF\xFF\xFF\xFF", 4), "200 OK", -1, -1},
+      {std::string("\x04\0\0\0rest", 8), "302 Found\r\nLocation: https://elsewhere.example.test/", 4, 0},
+      {std::string("\x04\0\0\0\0", 5), "200 OK", 4, 0},
+      {std::string(100'000'000, '\x01'), "200 OK", 0x01010101, 0},
   };
   for (const Case& row : cases) {
     const TlsServer server(authority_.Issue(kHost, 10), [&](Connection& connection) {
@@ -146,6 +154,10 @@ TEST_F(ServerExchange, ReadsTheFirstFourBytesWhateverTheStatus) {
     });
     ConnectTo(server.Port());
     EXPECT_EQ(Exchange(), row.answer) << row.status << ", " << row.body.size() << " bytes";
+    SetStrictServer(true);
+    EXPECT_EQ(Exchange(), row.strictAnswer) << row.status << ", " << row.body.size() << " bytes";
+    EXPECT_EQ(Exchange(kReplyIgnored), row.status == "200 OK" ? 1 : 0) << row.status;
+    SetStrictServer(false);
   }
 }
 
@@ -190,6 +202,39 @@ TEST_F(ServerExchange, TrustsAnAuthorityAndNotADateOrAName) {
   }
 }
 
+/// A key as it is asked for.
+std::string PinOf(const test::Identity& identity) {
+  unsigned char* der = nullptr;
+  const int size = i2d_PUBKEY(identity.key.get(), &der);
+  std::array<unsigned char, 32> hash{};
+  SHA256(der, static_cast<std::size_t>(size), hash.data());
+  OPENSSL_free(der);
+  std::array<unsigned char, 45> text{};
+  EVP_EncodeBlock(text.data(), hash.data(), static_cast<int>(hash.size()));
+  return std::string("sha256//") + reinterpret_cast<const char*>(text.data());
+}
+
+TEST_F(ServerExchange, AsksForTheKeyAndTheFormThatTheMachinesSettingsName) {
+  const test::Identity identity = authority_.Issue(kHost, 10);
+  const TlsServer server(identity, [](Connection& connection) {
+    connection.ReadRequest();
+    connection.Answer(std::string("\x01", 1));
+  });
+  ConnectTo(server.Port());
+  const std::string pin = PinOf(identity);
+  const std::string other = PinOf(authority_.Issue(kHost, 10));
+  SettingsHive machine(HiveOwner::kMachine);
+  ASSERT_TRUE(machine.CreateKey(kServerSettingsKey));
+  for (const auto& [key, answer] :
+       {std::pair<std::string, std::int32_t>{"", 1}, {pin, 1}, {other + ";" + pin, 1}, {other, 0}, {"no key", 0}}) {
+    ASSERT_TRUE(machine.Write(kServerSettingsKey, "ServerKey", key));
+    EXPECT_EQ(Exchange(), answer) << key;
+  }
+  machine.Write(kServerSettingsKey, "ServerKey", pin);
+  machine.Write(kServerSettingsKey, "StrictServer", std::uint32_t{1});
+  EXPECT_EQ(Exchange(), 0) << "a single byte";
+}
+
 TEST_F(ServerExchange, FailsWithoutAServer) {
   ConnectTo(1);
   EXPECT_EQ(Exchange(), 0);
@@ -212,12 +257,20 @@ TEST_F(ServerExchange, FailsWhenTheServerDropsTheConnection) {
 
 TEST_F(ServerExchange, GivesUpOnAServerThatNeverAnswers) {
   std::atomic<bool> over{false};
+  std::atomic<int> asked{0};
   const TlsServer server(authority_.Issue(kHost, 10), [&](Connection& connection) {
+    ++asked;
     connection.ReadRequest();
     while (!over) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   });
   ConnectTo(server.Port());
   EXPECT_EQ(Exchange(), 0);
+  SetServerRest(std::chrono::seconds(3600));
+  bool sent = true;
+  EXPECT_EQ(HttpCallServlet(kWideHost, 443, "/path", "a=b", kReplyRead, &sent), 0);
+  SetServerRest(std::chrono::seconds(0));
+  EXPECT_FALSE(sent);
+  EXPECT_EQ(asked, 1) << "it isn't asked again";
   over = true;
   EXPECT_NE(Log().find("HttpSendRequestWithTimeout : Error : Timeout"), std::string::npos) << Log();
   EXPECT_EQ(Log().find("Read the following"), std::string::npos);

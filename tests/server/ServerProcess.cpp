@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/server/ServerProcess.h"
-#include "TestPaths.h"
 
 #include <array>
 #include <cerrno>
@@ -17,6 +16,8 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "TestPaths.h"
 
 namespace zeph::test {
 
@@ -84,12 +85,16 @@ bool ServerProcess::EndsWell() {
   return well;
 }
 
-Client::Client(int port, Kind kind) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+Client::Client(int port, Kind kind, const char* fromAddress) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   const timeval patience{.tv_sec = kPatienceSeconds, .tv_usec = 0};
   setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
   sockaddr_in address{};
   address.sin_family = AF_INET;
+  if (fromAddress != nullptr) {
+    inet_pton(AF_INET, fromAddress, &address.sin_addr);
+    bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  }
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   address.sin_port = htons(static_cast<std::uint16_t>(port));
   if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {

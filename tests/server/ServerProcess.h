@@ -48,7 +48,7 @@ struct Answer {
 class Client {
  public:
   enum class Kind : std::uint8_t { kPlain, kTls };
-  Client(int port, Kind kind);
+  Client(int port, Kind kind, const char* fromAddress = nullptr);
   ~Client();
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;

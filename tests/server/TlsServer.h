@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "tools/classification-server/Certificates.h"
-
 #include <openssl/ssl.h>
+
+#include "tools/classification-server/Certificates.h"
 
 namespace zeph::test {
 

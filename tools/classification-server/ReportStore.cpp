@@ -8,7 +8,6 @@
 #include <sqlite3.h>
 
 #include "DetectionEngine/platform/CodePage.h"
-#include "tools/classification-server/Log.h"
 
 namespace zeph::server {
 
@@ -19,7 +18,7 @@ constexpr int kBusyMs = 2000;
 struct Finalize {
   void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 };
-struct Close {
+struct CloseDatabase {
   void operator()(sqlite3* database) const { sqlite3_close(database); }
 };
 using Statement = std::unique_ptr<sqlite3_stmt, Finalize>;
@@ -40,39 +39,76 @@ std::string Column(sqlite3_stmt* statement, int column) {
 }
 
 /// A connection for reading alone, so that a look at the reports never waits for the writer.
-std::unique_ptr<sqlite3, Close> OpenForReading(const std::string& path) {
+std::unique_ptr<sqlite3, CloseDatabase> OpenForReading(const std::string& path) {
   sqlite3* database = nullptr;
   sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
   if (database != nullptr) sqlite3_busy_timeout(database, kBusyMs);
-  return std::unique_ptr<sqlite3, Close>(database);
+  return std::unique_ptr<sqlite3, CloseDatabase>(database);
 }
 
 }  // namespace
 
-ReportStore::ReportStore(const std::string& path) : path_(path) {
-  const int opened = sqlite3_open_v2(path.c_str(), &database_,
-                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
-  if (database_ != nullptr) sqlite3_busy_timeout(database_, kBusyMs);
-  if (opened != SQLITE_OK || !Execute(database_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;") ||
-      !Execute(database_,
-               "CREATE TABLE IF NOT EXISTS reports (url TEXT NOT NULL, code INTEGER NOT NULL, context TEXT NOT NULL,"
-               " first TEXT NOT NULL, latest TEXT NOT NULL, count INTEGER NOT NULL,"
-               " PRIMARY KEY (url, code, context)) WITHOUT ROWID;"
-               "CREATE INDEX IF NOT EXISTS reports_latest ON reports (latest);")) {
-    const std::string reason = database_ != nullptr ? sqlite3_errmsg(database_) : "out of memory";
-    sqlite3_close(database_);
-    throw std::runtime_error(path + ": " + reason);
-  }
-  if (const Statement select = Prepare(database_, "SELECT COALESCE(SUM(count), 0) FROM reports");
-      select != nullptr && sqlite3_step(select.get()) == SQLITE_ROW) {
-    total_ = sqlite3_column_int64(select.get(), 0);
-  }
+ReportStore::ReportStore(const std::string& path, unsigned limitMb) : path_(path), limitMb_(limitMb) {
+  if (const std::string why = Open(); !why.empty()) throw std::runtime_error(path + ": " + why);
   writer_ = std::thread([this] { Run(); });
 }
 
 ReportStore::~ReportStore() {
   Finish();
+  Close();
+}
+
+std::string ReportStore::Open() {
+  const int opened = sqlite3_open_v2(path_.c_str(), &database_,
+                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
+  if (database_ != nullptr) sqlite3_busy_timeout(database_, kBusyMs);
+  // 4096 bytes a page, in a database that is made here.
+  const std::string limit = "PRAGMA max_page_count=" + std::to_string(std::uint64_t{limitMb_} * 256);
+  if (opened != SQLITE_OK || !Execute(database_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;") ||
+      !Execute(database_,
+               "CREATE TABLE IF NOT EXISTS reports (url TEXT NOT NULL, code INTEGER NOT NULL, context TEXT NOT NULL,"
+               " first TEXT NOT NULL, latest TEXT NOT NULL, count INTEGER NOT NULL,"
+               " PRIMARY KEY (url, code, context)) WITHOUT ROWID;"
+               "CREATE INDEX IF NOT EXISTS reports_latest ON reports (latest);") ||
+      !Execute(database_, limit.c_str())) {
+    const std::string reason = database_ != nullptr ? sqlite3_errmsg(database_) : "out of memory";
+    Close();
+    return reason;
+  }
+  opened_ = StampOf(path_);
+  if (const Statement select = Prepare(database_, "SELECT COALESCE(SUM(count), 0) FROM reports");
+      select != nullptr && sqlite3_step(select.get()) == SQLITE_ROW) {
+    total_ = sqlite3_column_int64(select.get(), 0);
+  }
+  return {};
+}
+
+void ReportStore::Close() {
   sqlite3_close(database_);
+  database_ = nullptr;
+}
+
+bool ReportStore::IsInPlace() const noexcept {
+  const FileStamp stamp = StampOf(path_);
+  return database_ != nullptr && stamp.Exists() && stamp.device == opened_.device && stamp.inode == opened_.inode;
+}
+
+bool ReportStore::Keep(const std::vector<Pending>& reports) {
+  for (const bool isLastTry : {false, true}) {
+    if (!IsInPlace()) {
+      if (database_ != nullptr) log_.Write("ReportStore", path_ + ": gone, another is taken", kLogError);
+      Close();
+      if (failure_ = Open(); !failure_.empty()) return false;
+    }
+    if (!WriteAll(reports)) {
+      failure_ = sqlite3_errmsg(database_);
+      if (IsInPlace() || isLastTry) return false;
+      continue;  // some failures only tell that the file has gone
+    }
+    if (IsInPlace()) return true;
+  }
+  failure_ = "goes again and again";
+  return false;
 }
 
 void ReportStore::Finish() {
@@ -108,8 +144,8 @@ void ReportStore::Run() {
       reports.swap(waiting_);
     }
     if (reports.empty()) return;
-    const bool kept = WriteAll(reports);
-    if (!kept) Log("ReportStore", path_ + ": " + sqlite3_errmsg(database_), kLogError);
+    const bool kept = Keep(reports);
+    if (!kept) log_.Write("ReportStore", path_ + ": " + failure_, kLogError);
     if (kept) total_ += static_cast<std::int64_t>(reports.size());
     for (const Pending& report : reports) report.kept(kept);
   }

@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -28,6 +29,8 @@
 #include <sys/resource.h>
 #include <time.h>
 
+#include "DetectionEngine/base/DataFolder.h"
+#include "DetectionEngine/platform/CodePage.h"
 #include "tools/classification-server/Activity.h"
 #include "tools/classification-server/Log.h"
 #include "tools/classification-server/ReportStore.h"
@@ -58,6 +61,8 @@ constexpr std::chrono::milliseconds kLoadLook{250};      ///< how often to see w
 constexpr unsigned kUnseenConnections = 32;              ///< that a loop is given between two looks
 constexpr std::uint32_t kHeaderLimit = 8 * 1024;
 constexpr std::size_t kDrainLimit = 256 * 1024;
+constexpr std::size_t kReadAtOnce = 8 * 1024;
+constexpr unsigned kVersionWithHosts = 11;
 constexpr std::size_t kAddressesWatched = 100'000;
 constexpr unsigned kStatusConnections = 16;  ///< beside the others, so that a crowd of them can't hide the page
 
@@ -92,19 +97,75 @@ class RateLimit {
   std::unordered_map<std::string, Bucket> buckets_;
 };
 
+/// How many connections an address has. The addresses of one IPv6 network count as one, since whoever has one has all.
+/// Any thread.
+class AddressSeats {
+ public:
+  explicit AddressSeats(unsigned limit) : limit_(limit) {}
+
+  [[nodiscard]] bool Take(const std::string& address) {
+    const std::lock_guard lock(mutex_);
+    unsigned& taken = taken_[address];
+    if (taken == limit_) return false;
+    ++taken;
+    return true;
+  }
+  void GiveBack(const std::string& address) {
+    const std::lock_guard lock(mutex_);
+    const auto found = taken_.find(address);
+    if (found != taken_.end() && --found->second == 0) taken_.erase(found);
+  }
+
+  static std::string NameOf(asio::ip::address address) {
+    if (address.is_v4()) return address.to_string();
+    if (address.to_v6().is_v4_mapped()) {
+      return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()).to_string();
+    }
+    auto bytes = address.to_v6().to_bytes();
+    constexpr std::size_t kNetworkBytes = 8;
+    std::fill(bytes.begin() + kNetworkBytes, bytes.end(), static_cast<unsigned char>(0));
+    return asio::ip::address_v6(bytes).to_string() + "/64";
+  }
+
+ private:
+  unsigned limit_;
+  std::mutex mutex_;
+  std::unordered_map<std::string, unsigned> taken_;
+};
+
+/// An address's seat, given back at the end.
+class AddressSeat {
+ public:
+  AddressSeat() = default;
+  AddressSeat(AddressSeats& seats, std::string address) : seats_(&seats), address_(std::move(address)) {}
+  AddressSeat(AddressSeat&& other) noexcept
+      : seats_(std::exchange(other.seats_, nullptr)), address_(std::move(other.address_)) {}
+  ~AddressSeat() {
+    if (seats_ != nullptr) seats_->GiveBack(address_);
+  }
+  AddressSeat& operator=(AddressSeat&&) = delete;
+
+ private:
+  AddressSeats* seats_ = nullptr;
+  std::string address_;
+};
+
 /// What all connections share.
 struct Shared {
   explicit Shared(const ServerOptions& options)
       : options(options),
         verdicts(options.verdictFile),
-        reports(options.reportDatabase),
-        rate(options.ratePerAddress) {}
+        reports(options.reportDatabase, options.reportLimitMb),
+        rate(options.ratePerAddress),
+        seats(options.addressLimit != 0 ? options.addressLimit : std::max(1U, options.connectionLimit / 2)) {}
 
   const ServerOptions& options;
   VerdictFile verdicts;
   ReportStore reports;
   Activity activity;
   RateLimit rate;
+  AddressSeats seats;
+  SparingLog refusals;
   std::atomic<unsigned> connections{0};
   std::atomic<unsigned> statusConnections{0};
   std::atomic<unsigned> underWay{0};  ///< requests that have come and aren't answered
@@ -129,6 +190,7 @@ class Counted {
 struct Seat {
   Counted amongAll;
   Counted inLoop;
+  AddressSeat ofAddress;
 };
 
 class Client;
@@ -216,13 +278,19 @@ std::string ResponseText(http::status status, bool keepAlive, std::string_view t
   return text;
 }
 
+/// A line of a header that goes on in the next, which is long forbidden: readers differ in what they make of it.
+bool HasFoldedLine(std::string_view text) {
+  const std::string_view header = text.substr(0, text.find("\r\n\r\n"));
+  return header.find("\n ") != std::string_view::npos || header.find("\n\t") != std::string_view::npos;
+}
+
 /// One client of the engine's exchange.
 class Session : public Client {
  public:
   Session(Loop& loop, Seat seat, Socket socket, asio::ssl::context& tls, Shared& shared)
       : Client(loop, std::move(seat), shared), shared_(shared), stream_(std::move(socket), tls) {
     Error ignored;
-    address_ = stream_.next_layer().remote_endpoint(ignored).address().to_string();
+    address_ = AddressSeats::NameOf(stream_.next_layer().remote_endpoint(ignored).address());
   }
 
   void Start() {
@@ -241,18 +309,39 @@ class Session : public Client {
     parser_.emplace();
     parser_->body_limit(kBodyLimit);
     parser_->header_limit(kHeaderLimit);
+    parser_->eager(true);
     SetTimeout();
-    http::async_read(stream_, buffer_, *parser_, [self = Self()](Error error, std::size_t) {
-      if (!error) return self->Handle();
-      if (error == http::error::body_limit || error == http::error::header_limit) {
-        return self->Refuse(http::status::payload_too_large);
+    Parse();
+  }
+
+  /// Takes what has come, and reads on until the request is whole. The parser would join lines that are folded, and the
+  /// header stands in the buffer whole before it takes any of it: so that is looked through first.
+  void Parse() {
+    Error error;
+    while (buffer_.size() != 0 && !parser_->is_done() && !error) {
+      const auto bytes = buffer_.data();
+      if (!parser_->is_header_done() && HasFoldedLine({static_cast<const char*>(bytes.data()), bytes.size()})) {
+        return Refuse(http::status::bad_request);
       }
-      if (error.category() == http::make_error_code(http::error::bad_method).category() &&
-          error != http::error::end_of_stream && error != http::error::partial_message) {
-        return self->Refuse(http::status::bad_request);
-      }
-      self->Close();
+      buffer_.consume(parser_->put(bytes, error));
+    }
+    if (parser_->is_done()) return Handle();
+    if (error == http::error::body_limit || error == http::error::header_limit) {
+      return Refuse(http::status::payload_too_large);
+    }
+    if (error && error != http::error::need_more) return Refuse(http::status::bad_request);
+    const std::size_t room = std::min(kReadAtOnce, buffer_.max_size() - buffer_.size());
+    stream_.async_read_some(buffer_.prepare(room), [self = Self()](Error failed, std::size_t count) {
+      if (failed) return self->Close();
+      self->buffer_.commit(count);
+      self->Parse();
     });
+  }
+
+  /// A request as HTTP wants it: it names its host, once, unless it is of the old kind.
+  [[nodiscard]] static bool NamesItsHost(const http::request<http::string_body>& request) {
+    const std::size_t count = request.count(http::field::host);
+    return count == 1 || (count == 0 && request.version() < kVersionWithHosts);
   }
 
   void Handle() {
@@ -260,6 +349,7 @@ class Session : public Client {
     const auto& request = parser_->get();
     keepAlive_ = request.keep_alive() && !shared_.stopping;
     if (!shared_.rate.Allows(address_)) return Refuse(http::status::too_many_requests);
+    if (!NamesItsHost(request)) return Refuse(http::status::bad_request);
     if (request.method() != http::verb::post) return Refuse(http::status::method_not_allowed);
     const auto parsed = ParseEngineRequest({request.target().data(), request.target().size()}, request.body());
     if (!parsed) return Refuse(http::status::bad_request);
@@ -283,7 +373,8 @@ class Session : public Client {
 
   void Refuse(http::status status) {
     shared_.activity.NoteRefusal();
-    Log("Session", address_ + ": refused with " + std::to_string(static_cast<int>(status)), kLogWarning);
+    shared_.refusals.Write("Session", address_ + ": refused with " + std::to_string(static_cast<int>(status)),
+                           kLogWarning);
     keepAlive_ = false;
     Answer(status, "");
   }
@@ -513,8 +604,10 @@ void RaiseDescriptorLimit() {
 
 }  // namespace
 
-void Serve(const ServerOptions& options, void (*ready)(std::uint16_t port, std::uint16_t statusPort)) {
+void Serve(const ServerOptions& options,
+           const std::function<void(std::uint16_t port, std::uint16_t statusPort)>& ready) {
   RaiseDescriptorLimit();
+  EnsureFolder(Widen(GetDataFolder()));  // of the log
   asio::ssl::context tls = MakeTls(options);
   Shared shared(options);
   // Accepts, shows the status page and ends it all; the workers answer.
@@ -534,10 +627,13 @@ void Serve(const ServerOptions& options, void (*ready)(std::uint16_t port, std::
   AcceptAll(acceptor, [&](Socket accepted) {
     if (!hasRoom(shared.connections, options.connectionLimit)) return;
     Error ignored;
+    const std::string address = AddressSeats::NameOf(accepted.remote_endpoint(ignored).address());
+    if (!shared.seats.Take(address)) return shared.activity.NoteRefusal();
+    AddressSeat ofAddress(shared.seats, address);
     accepted.set_option(tcp::no_delay(true), ignored);
     // Counted at once: the next may be here before the loop has taken this one.
     Loop& loop = workers.Next();
-    Seat seat{Counted(shared.connections), Counted(loop.connections)};
+    Seat seat{Counted(shared.connections), Counted(loop.connections), std::move(ofAddress)};
     asio::post(loop.io, [&, seat = std::move(seat), socket = MoveTo(loop, std::move(accepted))]() mutable {
       std::make_shared<Session>(loop, std::move(seat), std::move(socket), tls, shared)->Start();
     });
@@ -545,7 +641,7 @@ void Serve(const ServerOptions& options, void (*ready)(std::uint16_t port, std::
   if (statusAcceptor) {
     AcceptAll(*statusAcceptor, [&](Socket socket) {
       if (!hasRoom(shared.statusConnections, kStatusConnections)) return;
-      Seat seat{Counted(shared.statusConnections), Counted(control.connections)};
+      Seat seat{Counted(shared.statusConnections), Counted(control.connections), {}};
       std::make_shared<StatusSession>(control, std::move(seat), std::move(socket), shared)->Start();
     });
   }
@@ -561,6 +657,16 @@ void Serve(const ServerOptions& options, void (*ready)(std::uint16_t port, std::
     if (statusAcceptor) statusAcceptor->close(ignored);
     StopWhenDone(control, stopTimer, shared, Clock::now() + kStopTimeout);
   });
+
+  asio::basic_signal_set<Executor> hangUps(control.io, SIGHUP);
+  std::function<void()> awaitHangUp = [&] {
+    hangUps.async_wait([&](Error error, int) {
+      if (error) return;
+      shared.verdicts.Reread();
+      awaitHangUp();
+    });
+  };
+  awaitHangUp();
 
   Log("Serve", "listening on " + options.listenAddress + ":" + std::to_string(acceptor.local_endpoint().port()),
       kLogInformation);

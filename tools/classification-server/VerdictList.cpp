@@ -30,16 +30,22 @@ std::string Lower(std::string_view text) {
 std::optional<std::int32_t> ReadVerdict(std::string_view word) {
   constexpr std::array<std::pair<std::string_view, std::int32_t>, 10> kVerdicts = {{{"trustworthy", 1},
                                                                                     {"spoofing", 2},
-                                                                                    {"unclassified", kUnknown},
+                                                                                    {"unclassified", 3},
                                                                                     {"report", 4},
                                                                                     {"confirmed", 5},
                                                                                     {"1", 1},
                                                                                     {"2", 2},
-                                                                                    {"3", kUnknown},
+                                                                                    {"3", 3},
                                                                                     {"4", 4},
                                                                                     {"5", 5}}};
   const auto found = std::ranges::find(kVerdicts, word, [](const auto& row) { return row.first; });
   return found != kVerdicts.end() ? std::optional(found->second) : std::nullopt;
+}
+
+/// A word of the file for a line of the log.
+std::string Quoted(std::string_view word) {
+  constexpr std::size_t kShown = 100;
+  return "\"" + std::string(word.substr(0, kShown)) + (word.size() > kShown ? "..." : "") + "\"";
 }
 
 /// Whether a host of a URL can look like this.
@@ -70,6 +76,7 @@ VerdictList VerdictList::Parse(std::string_view text, std::vector<Fault>& faults
     if (line.ends_with('\r')) line.remove_suffix(1);
     const std::string_view verdictWord = TakeWord(line);
     if (verdictWord.empty() || verdictWord.starts_with('#')) continue;
+    ++list.lines_;
     const std::string_view kind = TakeWord(line);
     const std::string_view pattern = TakeWord(line);
     const auto verdict = ReadVerdict(verdictWord);
@@ -80,20 +87,21 @@ VerdictList VerdictList::Parse(std::string_view text, std::vector<Fault>& faults
     std::string_view rest = TakeWord(line);
     std::string what;
     if (!verdict) {
-      what = "\"" + std::string(verdictWord) + "\" is no verdict";
+      what = Quoted(verdictWord) + " is no verdict";
     } else if (target == nullptr) {
-      what = "\"" + std::string(kind) + "\" is neither url, host nor suffix";
+      what = Quoted(kind) + " is neither url, host nor suffix";
     } else if (pattern.empty()) {
       what = "nothing to match";
     } else if (kind != "url" && !IsHost(pattern)) {
-      what = "\"" + std::string(pattern) + "\" is no host";
+      what = Quoted(pattern) + " is no host";
     } else if (!rest.empty() && !rest.starts_with('#')) {
-      what = "\"" + std::string(rest) + "\" is more than a line holds";
+      what = Quoted(rest) + " is more than a line holds";
     }
     if (what.empty()) {
       target->insert_or_assign(kind == "url" ? std::string(pattern) : Lower(pattern), *verdict);
-    } else if (faults.size() < kFaultLimit) {
-      faults.push_back({number, std::move(what)});
+    } else {
+      ++list.faultyLines_;
+      if (faults.size() < kFaultLimit) faults.push_back({number, std::move(what)});
     }
   }
   return list;
@@ -114,7 +122,7 @@ std::int32_t VerdictList::Find(std::string_view url) const {
 }
 
 VerdictFile::VerdictFile(std::string path) : path_(std::move(path)) {
-  if (!Reload()) throw std::runtime_error(path_ + ": can't be read");
+  if (const std::string why = Reload(); !why.empty()) throw std::runtime_error(path_ + ": " + why);
   watcher_ = std::jthread([this](const std::stop_token& stop) { Watch(stop); });
 }
 
@@ -123,32 +131,51 @@ std::shared_ptr<const VerdictList> VerdictFile::Current() const {
   return list_;
 }
 
+void VerdictFile::Reread() {
+  {
+    const std::lock_guard lock(mutex_);
+    reread_ = true;
+  }
+  wake_.notify_all();
+}
+
 void VerdictFile::Watch(const std::stop_token& stop) {
   while (!stop.stop_requested()) {
+    bool reread = false;
     {
       std::unique_lock lock(mutex_);
-      stopped_.wait_for(lock, stop, kLookEvery, [] { return false; });
+      wake_.wait_for(lock, stop, kLookEvery, [this] { return reread_; });
+      reread = std::exchange(reread_, false);
     }
-    if (StampOf(path_) != stamp_ && !Reload()) Log("VerdictFile", path_ + ": can't be read", kLogWarning);
+    if (!reread && StampOf(path_) == stamp_) continue;
+    if (const std::string why = Reload(); !why.empty()) {
+      Log("VerdictFile", path_ + ": " + why + "; the list stays as it is", kLogError);
+    }
   }
 }
 
-bool VerdictFile::Reload() {
+std::string VerdictFile::Reload() {
   // The stamp is taken first: a file that changes while it is read is read again.
   stamp_ = StampOf(path_);
   const auto text = ReadWholeFile(path_, kFileLimit);
-  if (!text) return false;
+  if (!text) return "can't be read";
+  if (text->find('\0') != std::string::npos) return "holds a zero byte and is no list";
   std::vector<VerdictList::Fault> faults;
   auto list = std::make_shared<const VerdictList>(VerdictList::Parse(*text, faults));
   for (const VerdictList::Fault& fault : faults) {
     Log("VerdictFile", path_ + ":" + std::to_string(fault.line) + ": " + fault.what, kLogWarning);
   }
+  if (list->FaultyLines() > list->Lines() / 2) {
+    return std::to_string(list->FaultyLines()) + " of " + std::to_string(list->Lines()) + " lines can't be read";
+  }
+  const std::shared_ptr<const VerdictList> before = Current();
+  if (list->size() == 0 && before != nullptr && before->size() != 0) return "holds no verdict any more";
   Log("VerdictFile", path_ + ": " + std::to_string(list->size()) + " verdicts", kLogInformation);
   // What was in force goes outside the lock: a long list takes its time.
   std::shared_ptr<const VerdictList> current = std::move(list);
   const std::lock_guard lock(mutex_);
   list_.swap(current);
-  return true;
+  return {};
 }
 
 }  // namespace zeph::server

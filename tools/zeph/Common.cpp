@@ -16,6 +16,7 @@
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
 #include "judging/ShownText.h"
+#include "tools/zeph/PrepareEngine.h"
 
 namespace zeph {
 
@@ -57,6 +58,7 @@ std::string ConfigurationSource(const ConfigurationChoice& choice) {
 }
 
 void UseConfiguration(const ConfigurationChoice& choice) {
+  PrepareEngine(false);
   ConfigurationMgr& manager = Process().configurationMgr;
   std::shared_ptr<ConfigurationPair> changed;
   if (!choice.sources.empty()) {

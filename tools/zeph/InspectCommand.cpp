@@ -101,7 +101,7 @@ void InspectPage(const std::string& input, const InspectOptions& options) {
   for (const PageStep& step : PageSteps()) {
     const bool isDump = &step == &PageSteps()[kStepPageDump];
     if (isDump && pair->configuration.IsClient) continue;
-    const Status status = step.run(reading);
+    const Status status = step.Run(reading);
     ran.push_back({step.name, status});
     if (step.IsBad(status)) break;
   }

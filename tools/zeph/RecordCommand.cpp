@@ -29,7 +29,7 @@ Recording RecordPage(IHTMLDocument2& document) {
   DecodePageUrls(TextOf(recorder.get_URL()), nullptr, nothingKnown, pageData, namedUrl);
   PageReading reading{&recorder, pageData, {}};
   for (const PageStep& step : PageSteps()) {
-    if (step.readsDocument) step.run(reading);
+    if (step.readsDocument) step.Run(reading);
   }
   return recorder.TakeRecording();
 }

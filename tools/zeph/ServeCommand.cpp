@@ -50,14 +50,19 @@ void WritePrivate(const std::string& path, const std::string& text) {
 }
 
 /// A test authority and a certificate of it, made anew for each start and kept nowhere but for the authority's
-/// certificate, which others need to trust it.
-void MakeSelfSigned(ServeOptions& options) {
+/// certificate, which others need to trust it and which is given.
+std::string MakeSelfSigned(ServeOptions& options) {
   const server::Identity authority = server::MakeAuthority("Zeph test authority");
   const server::Identity own = server::IssueCertificate(authority, options.selfSignedFor, kCertificateDays);
   options.server.certificatePem = server::CertificatePem(own) + server::CertificatePem(authority);
   options.server.keyPem = server::KeyPem(own);
+  return server::CertificatePem(authority);
+}
+
+/// Once the port is this server's: another that already runs keeps its own.
+void PublishAuthority(const std::string& pem) {
   const std::string path = std::filesystem::absolute("zeph-test-authority.pem").string();
-  WritePrivate(path, server::CertificatePem(authority));
+  WritePrivate(path, pem);
   std::cerr << "zeph: made a test authority. To trust it: SSL_CERT_FILE=" << path << " zeph check ..." << std::endl;
 }
 
@@ -73,8 +78,9 @@ void Serve(ServeOptions& options) {
     options.server.statusAddress = "127.0.0.1";
     SplitAddress(options.status, options.server.statusAddress, options.server.statusPort);
   }
+  std::string authority;
   if (!options.selfSignedFor.empty()) {
-    MakeSelfSigned(options);
+    authority = MakeSelfSigned(options);
   } else if (options.certificateFile.empty() || options.keyFile.empty()) {
     throw CommandError("a server needs --certificate and --key, or --self-signed");
   } else {
@@ -84,7 +90,12 @@ void Serve(ServeOptions& options) {
   options.server.clientTimeout = std::chrono::seconds(options.timeoutSeconds);
   options.server.threads = std::max(2U, std::thread::hardware_concurrency());
   try {
-    server::Serve(options.server, Ready);
+    server::Serve(options.server, [&](std::uint16_t port, std::uint16_t statusPort) {
+      if (!authority.empty()) PublishAuthority(authority);
+      Ready(port, statusPort);
+    });
+  } catch (const CommandError&) {
+    throw;
   } catch (const std::runtime_error& failure) {
     throw CommandError(failure.what());
   }
@@ -99,7 +110,8 @@ void AddServeCommand(CLI::App& program, int&) {
       ->capture_default_str();
   command
       ->add_option("--verdicts", options->server.verdictFile,
-                   "List of verdicts, one a line: VERDICT url|host|suffix PATTERN; read again when it changes")
+                   "List of verdicts, one a line: VERDICT url|host|suffix PATTERN; read again when it changes, and "
+                   "upon SIGHUP")
       ->required();
   command->add_option("--reports", options->server.reportDatabase, "SQLite database that reports go into")->required();
   command->add_option("--certificate", options->certificateFile, "Certificate chain (PEM)");
@@ -112,6 +124,13 @@ void AddServeCommand(CLI::App& program, int&) {
   command->add_option("--status", options->status,
                       "Also show a status page, over plain HTTP: PORT of the loopback address, or ADDRESS:PORT");
   command->add_option("--connections", options->server.connectionLimit, "Connections at a time")->capture_default_str();
+  command
+      ->add_option("--connections-per-address", options->server.addressLimit,
+                   "Connections at a time from one address; 0 for half of all")
+      ->capture_default_str();
+  command->add_option("--report-limit", options->server.reportLimitMb, "Megabytes that the database may grow to")
+      ->check(CLI::Range(1U, 1U << 20))
+      ->capture_default_str();
   command
       ->add_option("--timeout", options->timeoutSeconds,
                    "Seconds that a client has for the handshake, for each request, and to take its answer")
