@@ -54,6 +54,13 @@ enum {
   kZephScriptAttack = 6
 };
 
+/* Results of ClassifySite, ClassifyDocument and ClassifyURL under which nothing was judged, whatever *classification
+ * says: no memory was left; the page is made so that reading it costs more than a page of its size may. */
+enum {
+  kZephOutOfMemory = -2147024882, /* 0x8007000E */
+  kZephTooCostly = -2147023080    /* 0x80070718 */
+};
+
 /* A wide text by pointer and length in characters; null with length 0 is the empty text. */
 typedef struct ZephWideString {
   const char16_t *text;
@@ -92,7 +99,8 @@ ZEPH_EXPORT int32_t ClassifyDocument(ZephDocument *document, int32_t *classifica
  * siteName: out, may be null, written only for a URL held for spoofing whose brand has a name, and
  * ("Microsoft") for a URL that is neither http, https nor ftp, which is trustworthy without a look.
  * spooficity: out, may be null, 0.0 to 1.0.
- * 0; 1 when url or classification is null or no configuration could be loaded; -1 when url can't be decoded. */
+ * 0; 1 when url or classification is null or no configuration could be loaded; -1 when url can't be decoded;
+ * kZephOutOfMemory. */
 ZEPH_EXPORT int32_t ClassifyURL(const char16_t *url, int32_t *classification, char16_t *siteName, float *spooficity);
 
 /* 11: does nothing. */
@@ -113,7 +121,8 @@ ZEPH_EXPORT void ReleaseEngineResults(ZephEngineResults *results);
  * pageUrl: the URL to judge the page by; null: the document's own.
  * engineResults: out, may be null; if given, it receives a report that the caller releases, and the server is
  * not asked. A call that ends before a verdict (a scheme that isn't looked at, a failure) leaves it alone.
- * 0, 1 as above, -1 when the URL can't be decoded, or the status of the collector that ended the call. */
+ * 0, 1 as above, -1 when the URL can't be decoded, kZephOutOfMemory, kZephTooCostly, or the status of
+ * the collector that ended the call. */
 ZEPH_EXPORT int32_t ClassifySite(ZephDocument *document, int32_t *classification, char16_t *siteName, const char16_t *pageUrl,
                      ZephEngineResults **engineResults, float *spooficity);
 

@@ -14,6 +14,7 @@
 // `return {};` is enough.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -27,6 +28,50 @@ using Status = std::int32_t;
 inline constexpr Status kStatusFail = static_cast<Status>(0x80004005U);
 /// A state that can't be worked with.
 inline constexpr Status kStatusUnexpected = static_cast<Status>(0x8000FFFFU);
+/// No memory was left.
+inline constexpr Status kStatusOutOfMemory = static_cast<Status>(0x8007000EU);
+/// Reading the page would have cost more than a page of its size may cost.
+inline constexpr Status kStatusTooCostly = static_cast<Status>(0x80070718U);
+
+/// The call ended for want of memory or because the page is made to cost too much: nothing was judged, and whatever
+/// classification stands in an out-parameter says nothing about the page.
+[[nodiscard]] constexpr bool IsUnjudged(Status status) noexcept {
+  return status == kStatusOutOfMemory || status == kStatusTooCostly;
+}
+
+/// How much may still be kept, in bytes, of what is derived from one page: by its document and by the engine together.
+/// Once something was refused the page counts as too costly and is not judged. One thread at a time.
+class PageBudget {
+ public:
+  /// What is derived from a page may take so many times the room of the page, and this much whatever its size.
+  static constexpr std::size_t kTimes = 11;
+  static constexpr std::size_t kLeast = std::size_t{23} << 20;
+  [[nodiscard]] static constexpr PageBudget ForPage(std::size_t pageBytes) noexcept {
+    return PageBudget(pageBytes < kLeast / kTimes ? kLeast : kTimes * pageBytes);
+  }
+
+  explicit constexpr PageBudget(std::size_t bytes) noexcept : left_(bytes) {}
+
+  /// False when so much isn't left, or once was not.
+  [[nodiscard]] bool Take(std::size_t bytes) noexcept {
+    if (bytes > left_) Fail(kStatusTooCostly);
+    if (failure_ != 0) return false;
+    left_ -= bytes;
+    return true;
+  }
+  void GiveBack(std::size_t bytes) noexcept { left_ += bytes; }
+
+  /// Notes what keeps the page from being judged; the first stays.
+  void Fail(Status failure) noexcept {
+    if (failure_ == 0) failure_ = failure;
+  }
+  /// 0 while nothing was refused.
+  [[nodiscard]] Status Failure() const noexcept { return failure_; }
+
+ private:
+  std::size_t left_;
+  Status failure_ = 0;
+};
 
 template <class T>
 struct Answer {
@@ -264,6 +309,10 @@ class IHTMLDocument2 {
   /// The URL cache of whoever loaded the document; null where there is none. The text of external scripts
   /// is looked for there, never on the network.
   virtual IUrlCache* UrlCache() noexcept { return nullptr; }
+
+  /// The budget of a document that knows how large its page is. The engine takes from it what it keeps, and ends with
+  /// its failure even where an operation that failed was passed over. Null: the engine has a fixed budget of its own.
+  virtual PageBudget* Budget() noexcept { return nullptr; }
 
  protected:
   ~IHTMLDocument2() = default;

@@ -103,7 +103,7 @@ void ReadAndJudge(IHTMLDocument2& document) {
   PageReading reading{&document, data, {}};
   const auto read = [&](std::size_t from, std::size_t to) {
     for (std::size_t step = from; step < to; ++step) {
-      if (step != kStepPageDump) PageSteps()[step].run(reading);
+      if (step != kStepPageDump) PageSteps()[step].Run(reading);
     }
   };
   runStage(0);
@@ -129,7 +129,7 @@ void Step(benchmark::State& state) {
   const PageStep& step = PageSteps()[static_cast<std::size_t>(state.range(0))];
   PageData data = Page::Begin();
   PageReading reading{page.document.get(), data, {}};
-  for (std::size_t before = 0; &PageSteps()[before] != &step; ++before) PageSteps()[before].run(reading);
+  for (std::size_t before = 0; &PageSteps()[before] != &step; ++before) PageSteps()[before].Run(reading);
   state.SetLabel(std::string(step.name));
   Measure(state, page, [&] {
     reading.allParser = {};

@@ -31,6 +31,7 @@ class DocumentRecorder final : public IHTMLDocument2, public IUrlCache {
   TextAnswer get_URL() noexcept override;
   IUrlCache* UrlCache() noexcept override { return source_.UrlCache() == nullptr ? nullptr : this; }
   std::optional<std::string_view> Retrieve(std::string_view url) noexcept override;
+  PageBudget* Budget() noexcept override { return source_.Budget(); }
 
   /// All answers up to now. The texts lie with the document. This object is then of no further use.
   [[nodiscard]] Recording TakeRecording();

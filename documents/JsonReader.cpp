@@ -303,6 +303,11 @@ void JsonReader::FailAt(std::string_view path, std::string_view what) {
   if (!Failed()) error_ = std::string(path.empty() ? "the recording" : path) + ": " + std::string(what);
 }
 
+std::size_t JsonReader::ItemsAhead() const noexcept {
+  const std::string_view ahead = json_.substr(at_, json_.find(']', at_) - at_);
+  return 1 + static_cast<std::size_t>(std::ranges::count(ahead, ','));
+}
+
 std::string JsonReader::Path() const {
   std::string path;
   for (const Level& level : levels_) {

@@ -46,6 +46,9 @@ class JsonReader {
   /// Nothing but white space is left.
   bool ReadEnd();
 
+  /// How many items the array that was begun has, at the most, when it holds no array itself.
+  [[nodiscard]] std::size_t ItemsAhead() const noexcept;
+
   /// Notes an error that the caller found in what was read last, or about to be read.
   void Fail(std::string_view what);
   /// The same about a value elsewhere.

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "DetectionEngine/Document.h"
-#include "documents/TextArena.h"
+#include "DetectionEngine/text/TextArena.h"
 
 namespace zeph {
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -25,7 +26,8 @@ TextAnswer TextOf(const RecordedAnswer* answer) noexcept {
 /// Reads the parts of a recording as the reader comes to them.
 class RecordingParser {
  public:
-  RecordingParser(std::string_view json, Recording& recording) : reader_(json), recording_(recording) {}
+  RecordingParser(std::string_view json, Recording& recording, PageBudget& budget)
+      : reader_(json), recording_(recording), budget_(budget) {}
 
   /// An empty text, or what is wrong.
   std::string Parse() {
@@ -61,6 +63,11 @@ class RecordingParser {
   }
 
  private:
+  /// For what is kept of the recording, with the room to spare of lists that grow.
+  void Take(std::size_t bytes) {
+    if (!budget_.Take(bytes)) reader_.Fail("too costly: a recording of this size may not keep so much");
+  }
+
   void ReadVersion() {
     JsonReader::Number version;
     if (reader_.ReadNumber(version) && (!version.isWhole || version.value != 1)) {
@@ -73,6 +80,7 @@ class RecordingParser {
     recording_.answers.clear();
     reader_.BeginArray();
     while (reader_.NextItem()) {
+      Take(2 * sizeof(RecordedElement) + sizeof(void*));
       RecordedElement& element = recording_.elements.emplace_back();
       answers_.clear();
       reader_.BeginObject();
@@ -121,6 +129,7 @@ class RecordingParser {
           ReadNamed(row->shape, answer, answers);
           continue;
       }
+      Take(2 * sizeof(RecordedAnswer));
       answers.push_back(answer);
     }
   }
@@ -155,7 +164,12 @@ class RecordingParser {
   }
 
   void ReadTextAnswer(RecordedAnswer& answer) {
-    if (!ReadNothing(answer.status) && reader_.ReadText(text_)) answer.text = recording_.texts.Keep(text_);
+    if (!ReadNothing(answer.status) && reader_.ReadText(text_)) answer.text = Keep(text_);
+  }
+
+  std::u16string_view Keep(std::u16string& text) {
+    Take(2 * text.size());
+    return recording_.texts.Keep(text);
   }
 
   /// Held at the ends of 32 bits.
@@ -191,6 +205,10 @@ class RecordingParser {
     std::vector<RecordedItem> items;
     std::size_t highest = 0;
     reader_.BeginArray();
+    const std::size_t ahead = reader_.ItemsAhead();
+    Take(ahead * sizeof(RecordedItem) + kBytesOfList);
+    if (reader_.Failed()) return;
+    items.reserve(ahead);
     while (reader_.NextItem()) {
       items.push_back(ReadItem());
       if (items.back().element > items[highest].element) highest = items.size() - 1;
@@ -199,7 +217,6 @@ class RecordingParser {
     if (!items.empty()) {
       NoteElement(items[highest].element, [&] { return reader_.Path() + "/" + std::to_string(highest); });
     }
-    items.shrink_to_fit();
     answer.number = static_cast<std::int32_t>(recording_.lists.size());
     recording_.lists.push_back(std::move(items));
   }
@@ -232,12 +249,13 @@ class RecordingParser {
       RecordedAnswer answer;
       answer.operation = whole.operation;
       MakeLower(name_);
-      answer.name = recording_.texts.Keep(name_);
+      answer.name = Keep(name_);
       if (shape == AnswerShape::kLists) {
         ReadListAnswer(answer);
       } else {
         ReadAttribute(answer);
       }
+      Take(2 * sizeof(RecordedAnswer));
       answers.push_back(answer);
     }
     answers.push_back(whole);
@@ -259,13 +277,18 @@ class RecordingParser {
       if (reader_.Next() == JsonReader::Kind::kNull) {
         reader_.ReadNull();
       } else if (reader_.ReadText(text_)) {
+        Take(kBytesOfCached + name_.size() + text_.size());
         recording_.cache.insert_or_assign(Narrow(name_), Narrow(text_));
       }
     }
   }
 
+  static constexpr std::size_t kBytesOfList = 160;    ///< a list, and the object that answers for it
+  static constexpr std::size_t kBytesOfCached = 128;  ///< an entry of the cache, beside its texts
+
   JsonReader reader_;
   Recording& recording_;
+  PageBudget& budget_;
   std::u16string name_;
   std::u16string text_;
   std::vector<RecordedAnswer> answers_;  ///< of the element that is being read
@@ -298,31 +321,30 @@ class RecordedDocument::List final : public IHTMLElementCollection, public IHTML
 
 class RecordedDocument::Element final : public ElementFacets {
  public:
-  Element(RecordedDocument& document, const RecordedElement& data)
-      : document_(&document), data_(&data), answers_(document.recording_.AnswersOf(data)) {}
+  Element(RecordedDocument& document, const RecordedElement& data) : document_(&document), data_(&data) {}
 
   CollectionAnswer tags(std::u16string_view tagName) noexcept override {
-    return document_->ListOfTag(answers_, Operation::kFormTags, tagName);
+    return document_->ListOfTag(Answers(), Operation::kFormTags, tagName);
   }
   Answer<IHTMLDOMChildrenCollection*> get_childNodes() noexcept override {
-    const RecordedAnswer* const answer = FindAnswer(answers_, Operation::kChildNodes);
+    const RecordedAnswer* const answer = FindAnswer(Answers(), Operation::kChildNodes);
     return {StatusOf(answer), document_->FindList(answer)};
   }
   Answer<IHTMLAttributeCollection2*> get_attributes() noexcept override {
-    const RecordedAnswer* const answer = FindAnswer(answers_, Operation::kAttributes);
+    const RecordedAnswer* const answer = FindAnswer(Answers(), Operation::kAttributes);
     return {StatusOf(answer), answer != nullptr && answer->status == 0 ? this : nullptr};
   }
 
  private:
-  TextAnswer Text(Operation operation) noexcept override { return TextOf(FindAnswer(answers_, operation)); }
+  TextAnswer Text(Operation operation) noexcept override { return TextOf(FindAnswer(Answers(), operation)); }
   NumberAnswer Number(Operation operation) noexcept override {
-    const RecordedAnswer* const answer = FindAnswer(answers_, operation);
+    const RecordedAnswer* const answer = FindAnswer(Answers(), operation);
     return answer == nullptr ? NumberAnswer() : NumberAnswer{answer->status, answer->number.value_or(0)};
   }
   AttributeAnswer Attribute(Operation operation, std::u16string_view name) noexcept override {
     using Kind = AttributeValue::Kind;
-    const RecordedAnswer* answer = FindAnswer(answers_, operation, name);
-    if (answer == nullptr) answer = FindAnswer(answers_, operation);
+    const RecordedAnswer* answer = FindAnswer(Answers(), operation, name);
+    if (answer == nullptr) answer = FindAnswer(Answers(), operation);
     if (answer == nullptr) return {};
     if (answer->text) return {answer->status, {Kind::kString, *answer->text, 0}};
     if (answer->number) return {answer->status, {Kind::kNumber, {}, static_cast<std::int16_t>(*answer->number)}};
@@ -330,24 +352,27 @@ class RecordedDocument::Element final : public ElementFacets {
   }
   bool Has(Answerer answerer) noexcept override { return data_->Has(answerer); }
 
+  [[nodiscard]] RecordedAnswers Answers() const noexcept { return document_->recording_.AnswersOf(*data_); }
+
   RecordedDocument* document_;
   const RecordedElement* data_;
-  RecordedAnswers answers_;
 };
 
 std::unique_ptr<RecordedDocument> RecordedDocument::Parse(std::string_view json, std::string& error) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   if (json.starts_with(kByteOrderMark)) json.remove_prefix(kByteOrderMark.size());
   Recording recording;
-  error = RecordingParser(json, recording).Parse();
+  PageBudget budget = PageBudget::ForPage(json.size());
+  error = RecordingParser(json, recording, budget).Parse();
   if (!error.empty()) return nullptr;
-  return std::make_unique<RecordedDocument>(std::move(recording));
+  return std::make_unique<RecordedDocument>(std::move(recording), budget);
 }
 
-RecordedDocument::RecordedDocument(Recording recording)
-    : recording_(std::move(recording)), emptyList_(std::make_unique<List>(*this, std::span<const RecordedItem>())) {
-  elements_.reserve(recording_.elements.size());
-  for (const RecordedElement& element : recording_.elements) elements_.emplace_back(*this, element);
+RecordedDocument::RecordedDocument(Recording recording, PageBudget budget)
+    : recording_(std::move(recording)),
+      budget_(budget),
+      blocks_(recording_.elements.size() / kBlock + 1),
+      emptyList_(std::make_unique<List>(*this, std::span<const RecordedItem>())) {
   lists_.reserve(recording_.lists.size());
   for (const std::vector<RecordedItem>& items : recording_.lists) lists_.emplace_back(*this, items);
 }
@@ -356,7 +381,22 @@ RecordedDocument::~RecordedDocument() = default;
 
 ObjectAnswer RecordedDocument::ElementOf(const RecordedItem& item) noexcept {
   if (item.element == RecordedItem::kNone) return {item.status, nullptr};
-  return {item.status, &elements_[static_cast<std::size_t>(item.element)]};
+  // Elements come into being a block at a time, when one of it is asked for.
+  const auto place = static_cast<std::size_t>(item.element);
+  std::vector<Element>& block = blocks_[place / kBlock];
+  if (block.empty()) {
+    const std::size_t first = place - place % kBlock;
+    const std::size_t count = std::min(kBlock, recording_.elements.size() - first);
+    try {
+      if (!budget_.Take(count * sizeof(Element))) return {budget_.Failure(), nullptr};
+      block.reserve(count);
+    } catch (const std::bad_alloc&) {
+      budget_.Fail(kStatusOutOfMemory);
+      return {kStatusOutOfMemory, nullptr};
+    }
+    for (std::size_t i = 0; i < count; ++i) block.emplace_back(*this, recording_.elements[first + i]);
+  }
+  return {item.status, &block[place % kBlock]};
 }
 
 CollectionAnswer RecordedDocument::ListOfTag(RecordedAnswers answers, Operation operation,

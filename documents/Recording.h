@@ -16,10 +16,11 @@ namespace zeph {
 class RecordedDocument final : public IHTMLDocument2, public IUrlCache {
  public:
   /// Reads a recording, JSON in UTF-8. Null when it is malformed; error then holds one line that says where and what.
-  /// Time and memory are linear in the recording.
+  /// Time is linear in the recording; what is kept of it and derived from it is bounded by a budget.
   [[nodiscard]] static std::unique_ptr<RecordedDocument> Parse(std::string_view json, std::string& error);
 
-  explicit RecordedDocument(Recording recording);
+  /// The budget is what reading the recording has left.
+  RecordedDocument(Recording recording, PageBudget budget);
   ~RecordedDocument();
   RecordedDocument(const RecordedDocument&) = delete;
   RecordedDocument& operator=(const RecordedDocument&) = delete;
@@ -36,12 +37,15 @@ class RecordedDocument final : public IHTMLDocument2, public IUrlCache {
   IUrlCache* UrlCache() noexcept override { return recording_.cache.empty() ? nullptr : this; }
   std::optional<std::string_view> Retrieve(std::string_view url) noexcept override;
 
+  PageBudget* Budget() noexcept override { return &budget_; }
+
   /// What was recorded.
   [[nodiscard]] const Recording& Data() const noexcept { return recording_; }
 
  private:
   class Element;
   class List;
+  static constexpr std::size_t kBlock = 64;
 
   [[nodiscard]] ObjectAnswer ElementOf(const RecordedItem& item) noexcept;
   /// The list of an answer; null when there is none.
@@ -52,7 +56,8 @@ class RecordedDocument final : public IHTMLDocument2, public IUrlCache {
                                            std::u16string_view tagName) noexcept;
 
   Recording recording_;
-  std::vector<Element> elements_;
+  PageBudget budget_;
+  std::vector<std::vector<Element>> blocks_;  ///< kBlock elements each, once one was asked for
   std::vector<List> lists_;
   std::unique_ptr<List> emptyList_;
 };

@@ -2,7 +2,9 @@
 #include "documents/SavedPage.h"
 
 #include <algorithm>
+#include <deque>
 #include <filesystem>
+#include <initializer_list>
 #include <map>
 #include <mutex>
 #include <system_error>
@@ -10,6 +12,7 @@
 
 #include <gmime/gmime.h>
 
+#include "DetectionEngine/Document.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
 #include "DetectionEngine/url/UrlParser.h"
@@ -24,6 +27,44 @@ constexpr int kMaxParts = 10'000;
 /// Files beside a page that are longer aren't read, nor more of them than this together.
 constexpr std::size_t kMaxFile = std::size_t{16} << 20;
 constexpr std::size_t kMaxFiles = std::size_t{64} << 20;
+
+/// What reading a message takes, at the least that covers what the mail library makes of it: it makes objects for
+/// parts, headers and addresses before anything of them can be seen. Lines that may be a boundary count as one, and
+/// what follows them up to an empty line as headers.
+std::size_t CostOf(std::string_view bytes) {
+  constexpr std::size_t kPart = 900;
+  constexpr std::size_t kHeader = 260;
+  constexpr std::size_t kHeaderByte = 6;
+  constexpr std::size_t kElementOfHeader = 170;  // an address, a parameter
+  std::size_t cost = 0;
+  bool inHeaders = true;
+  bool holdsMessage = false;
+  bool isDigest = false;
+  while (!bytes.empty()) {
+    const std::size_t end = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
+    const std::string_view line = bytes.substr(0, end);
+    bytes.remove_prefix(end);
+    if (line.starts_with("--")) {
+      cost += kPart;
+      inHeaders = true;
+    } else if (line == "\n" || line == "\r\n") {
+      inHeaders = holdsMessage || isDigest;
+      holdsMessage = false;
+    } else if (inHeaders) {
+      const bool isFolded = line.front() == ' ' || line.front() == '\t';
+      if (!isFolded && line.substr(0, line.find_first_of(" \t")).find(':') == std::string_view::npos) continue;
+      const auto elements = std::ranges::count_if(line, [](char c) { return c == ',' || c == ';' || c == '<'; });
+      cost +=
+          (isFolded ? 0 : kHeader) + kHeaderByte * line.size() + kElementOfHeader * static_cast<std::size_t>(elements);
+      std::string lower(line);
+      std::ranges::transform(lower, lower.begin(),
+                             [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+      holdsMessage = holdsMessage || lower.find("message/") != std::string::npos;
+      isDigest = isDigest || lower.find("digest") != std::string::npos;  // its parts are messages without saying so
+    }
+  }
+  return cost;
+}
 
 struct Unref {
   template <class Object>
@@ -57,23 +98,26 @@ std::string ContentOf(GMimePart* part) {
 
 class PartResources final : public PageResources {
  public:
-  void Add(const std::string& url, std::string_view content) {
-    if (url.empty()) return;
-    const auto [entry, isNew] = contents_.try_emplace(url);
-    if (!isNew) return;
-    entry->second = content;
-    std::u16string canonical;
-    if (CanonicalizeUrl(Widen(url), canonical)) canonical_.try_emplace(Narrow(canonical), &entry->second);
+  /// A part under the URLs that name it; an empty one names none, and the first part of a URL stays.
+  void Add(std::string content, std::initializer_list<std::string> urls) {
+    const std::string_view kept = contents_.emplace_back(std::move(content));
+    for (const std::string& url : urls) {
+      if (url.empty() || !parts_.try_emplace(url, kept).second) continue;
+      std::u16string canonical;
+      if (!CanonicalizeUrl(Widen(url), canonical)) continue;
+      if (std::string narrow = Narrow(canonical); narrow != url) canonical_.try_emplace(std::move(narrow), kept);
+    }
   }
   [[nodiscard]] std::optional<std::string_view> Find(std::string_view url) const override {
-    if (const auto found = contents_.find(url); found != contents_.end()) return found->second;
-    if (const auto found = canonical_.find(url); found != canonical_.end()) return *found->second;
+    if (const auto found = parts_.find(url); found != parts_.end()) return found->second;
+    if (const auto found = canonical_.find(url); found != canonical_.end()) return found->second;
     return std::nullopt;
   }
 
  private:
-  std::map<std::string, std::string, std::less<>> contents_;
-  std::map<std::string, const std::string*, std::less<>> canonical_;
+  std::deque<std::string> contents_;  ///< a deque, so that none of them moves
+  std::map<std::string, std::string_view, std::less<>> parts_;
+  std::map<std::string, std::string_view, std::less<>> canonical_;
 };
 
 class FileResources final : public PageResources {
@@ -152,6 +196,10 @@ bool IsHtmlPart(GMimeObject* object) {
 }  // namespace
 
 std::optional<SavedPage> ReadMhtml(std::string_view bytes, std::string& error) {
+  if (!PageBudget::ForPage(bytes.size()).Take(CostOf(bytes))) {
+    error = "too costly: more parts and headers than a message of its size may have";
+    return std::nullopt;
+  }
   static std::once_flag initialized;
   std::call_once(initialized, g_mime_init);
 
@@ -182,9 +230,10 @@ std::optional<SavedPage> ReadMhtml(std::string_view bytes, std::string& error) {
         root = part;
         rootIsStart = isStart;
       } else if (!IsHtmlPart(object)) {
-        const std::string content = ContentOf(part);
-        resources->Add(UrlHeader(object, "Content-Location"), content);
-        if (!id.empty()) resources->Add("cid:" + id, content);
+        std::string location = UrlHeader(object, "Content-Location");
+        if (!location.empty() || !id.empty()) {
+          resources->Add(ContentOf(part), {std::move(location), id.empty() ? "" : "cid:" + id});
+        }
       }
     }
     if (!g_mime_part_iter_next(parts.get())) break;

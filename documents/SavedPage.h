@@ -22,7 +22,8 @@ struct SavedPage {
 };
 
 /// Reads an MHTML file: the root part is the one that the message names as its start, else its first HTML part; pages
-/// of frames are not entered. Nothing, and one line that says why in error, when there is no HTML part.
+/// of frames are not entered. Nothing, and one line that says why in error, when there is no HTML part, or
+/// when the message is made of so many parts and headers that reading it would be too costly.
 [[nodiscard]] std::optional<SavedPage> ReadMhtml(std::string_view bytes, std::string& error);
 
 /// What browsers put behind the name of a page's file, without its ending, to name the folder of its own files.

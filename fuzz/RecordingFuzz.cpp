@@ -61,7 +61,7 @@ void Measure(PageData& page) {
 }  // namespace
 }  // namespace zeph
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) try {
   using namespace zeph;
   std::string error;
   const auto document = RecordedDocument::Parse({reinterpret_cast<const char*>(data), size}, error);
@@ -80,5 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!WriteRecording(again->Data(), jsonAgain) || jsonAgain != json) std::abort();
   ScrubRecording(recording);
   Measure(page);
+  return 0;
+} catch (const zeph::TooCostly&) {
   return 0;
 }

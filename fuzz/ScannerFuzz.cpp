@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (structure != LiteralStructureEncoder().Encode(html)) std::abort();
 
   const FormTexts texts = ScanFormTexts(html);
-  const FormTexts literal = LiteralFormTextScanner().Scan(html);
+  const auto literal = LiteralFormTextScanner().Scan(html);
   if (texts.scanText != literal.scanText || texts.fieldCount != literal.fieldCount ||
       texts.fieldWithoutLabel != literal.fieldWithoutLabel || texts.forms.size() != literal.forms.size()) {
     std::abort();

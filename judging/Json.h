@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include "DetectionEngine/page/Tally.h"
+
 namespace zeph {
 
 /// Appends JSON to one line of text. Containers nest by calls; commas are its own care.
@@ -65,6 +67,15 @@ class JsonWriter {
     for (const auto& [key, value] : map) {
       Key(std::u16string_view(key));
       Write(*this, value);
+    }
+    EndObject();
+  }
+
+  void Value(const Tally& tally) {
+    BeginObject();
+    for (const auto& [text, count] : tally) {
+      Key(text);
+      Value(count);
     }
     EndObject();
   }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -187,10 +188,8 @@ class SiteClassification {
   bool finished_ = false;
 };
 
-}  // namespace
-
-std::int32_t ClassifyUrlTraced(const char16_t* url, std::int32_t* classification, char16_t* siteName, float* spooficity,
-                               ClassificationTrace* trace) {
+std::int32_t JudgeUrl(const char16_t* url, std::int32_t* classification, char16_t* siteName, float* spooficity,
+                      ClassificationTrace* trace) {
   if (classification == nullptr || url == nullptr) return 1;
   const std::u16string_view urlText(url);
   if (!IsWatchedScheme(urlText)) {
@@ -240,9 +239,9 @@ std::int32_t ClassifyUrlTraced(const char16_t* url, std::int32_t* classification
   return 0;
 }
 
-std::int32_t ClassifySiteTraced(IHTMLDocument2* document, std::int32_t* classification, char16_t* siteName,
-                                const char16_t* pageUrl, EngineResults** engineResults, float* spooficity,
-                                ClassificationTrace* trace) {
+std::int32_t JudgeSite(IHTMLDocument2* document, std::int32_t* classification, char16_t* siteName,
+                       const char16_t* pageUrl, EngineResults** engineResults, float* spooficity,
+                       ClassificationTrace* trace) {
   if (document == nullptr || classification == nullptr) return 1;
   LogLine("ClassifySite URL", "Enter", kLogDetail);
   const ScopedPerfTimer classifyTimer("ClassifySite");
@@ -280,6 +279,32 @@ std::int32_t ClassifySiteTraced(IHTMLDocument2* document, std::int32_t* classifi
   KeepTrace(trace, work);
   if (site.ReadToEnd()) LogUrl("ClassifySite END", namedUrl);
   return status;
+}
+
+/// Runs a call's work. Want of memory is no verdict, however far the work has come.
+template <class Work>
+std::int32_t WithinMemory(std::int32_t* classification, Work&& work) {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    *classification = kZephUnclassified;
+    return kStatusOutOfMemory;
+  }
+}
+
+}  // namespace
+
+std::int32_t ClassifyUrlTraced(const char16_t* url, std::int32_t* classification, char16_t* siteName, float* spooficity,
+                               ClassificationTrace* trace) {
+  return WithinMemory(classification, [&] { return JudgeUrl(url, classification, siteName, spooficity, trace); });
+}
+
+std::int32_t ClassifySiteTraced(IHTMLDocument2* document, std::int32_t* classification, char16_t* siteName,
+                                const char16_t* pageUrl, EngineResults** engineResults, float* spooficity,
+                                ClassificationTrace* trace) {
+  return WithinMemory(classification, [&] {
+    return JudgeSite(document, classification, siteName, pageUrl, engineResults, spooficity, trace);
+  });
 }
 
 }  // namespace zeph

@@ -128,7 +128,8 @@ std::int32_t ClassifyDocument(ZephDocument* document, std::int32_t* classificati
 }
 
 std::int32_t ClassifyURL(const char16_t* url, std::int32_t* classification, char16_t* siteName, float* spooficity) {
-  return Guarded([&] { return ClassifyUrlTraced(url, classification, siteName, spooficity, nullptr); }, 1);
+  return Guarded([&] { return ClassifyUrlTraced(url, classification, siteName, spooficity, nullptr); },
+                 std::int32_t{kZephOutOfMemory});
 }
 
 void EngineReserved(std::int32_t, std::int32_t, std::int32_t) {}
@@ -160,7 +161,7 @@ std::int32_t ClassifySite(ZephDocument* document, std::int32_t* classification, 
       [&] {
         return ClassifySiteTraced(document, classification, siteName, pageUrl, engineResults, spooficity, nullptr);
       },
-      1);
+      std::int32_t{kZephOutOfMemory});
 }
 
 std::int32_t IsTRLMBrandID(const char16_t* brandId, std::uint8_t* found) {

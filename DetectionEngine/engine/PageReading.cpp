@@ -2,9 +2,11 @@
 #include "DetectionEngine/engine/PageReading.h"
 
 #include <array>
+#include <new>
 #include <utility>
 
 #include "DetectionEngine/page/BodyCollector.h"
+#include "DetectionEngine/page/DocumentReading.h"
 #include "DetectionEngine/page/FormCollector.h"
 #include "DetectionEngine/page/FormTextScanner.h"
 #include "DetectionEngine/page/ImageCollector.h"
@@ -24,6 +26,18 @@ Status CollectInto(Data& target, Collect&& collect) {
   const Status status = collect(collected);
   if (status == 0) target = std::move(collected);
   return status;
+}
+
+/// The status of work, or what ran out.
+template <class Work>
+Status WithinBudget(Work&& work) {
+  try {
+    return work();
+  } catch (const TooCostly&) {
+    return kStatusTooCostly;
+  } catch (const std::bad_alloc&) {
+    return kStatusOutOfMemory;
+  }
 }
 
 constexpr std::array kSteps = {
@@ -112,10 +126,15 @@ std::u16string TextOf(const TextAnswer& answer) {
 Status PageStep::Run(PageReading& reading, PerfTimer* readTimer) const {
   PerfTimer* const timer = readsDocument ? readTimer : nullptr;
   if (timer != nullptr) timer->Start();
-  const Status status = work(reading);
+  Status status = WithinBudget([&] { return work(reading); });
   if (timer != nullptr) timer->Stop();
-  if (finish != nullptr) finish(reading);
-  return status;
+  const PageBudget* const budget = reading.document == nullptr ? nullptr : reading.document->Budget();
+  if (budget != nullptr && budget->Failure() != 0) status = budget->Failure();
+  if (finish == nullptr || IsUnjudged(status)) return status;
+  return WithinBudget([&] {
+    finish(reading);
+    return status;
+  });
 }
 
 std::span<const PageStep> PageSteps() noexcept { return kSteps; }

@@ -50,9 +50,11 @@ struct PageStep {
   Status (*work)(PageReading&);
   void (*finish)(PageReading&) = nullptr;  ///< what is left to do without the document
 
-  /// The step whole. readTimer, if given, runs while the document is read.
+  /// The step whole. Gives kStatusTooCostly or kStatusOutOfMemory, which are bad for every step, when the page's budget
+  /// or the memory has run out, be it in an operation of the document whose failure was passed over. readTimer, if given, runs while the document is read.
   Status Run(PageReading& reading, PerfTimer* readTimer = nullptr) const;
   [[nodiscard]] bool IsBad(Status status) const noexcept {
+    if (IsUnjudged(status)) return true;
     return bad == BadStatus::kNonZero ? status != 0 : bad == BadStatus::kNegative && status < 0;
   }
 };

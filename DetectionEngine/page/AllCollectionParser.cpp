@@ -57,7 +57,7 @@ std::uint64_t TagKey(std::u16string_view tagName) noexcept {
 
 class Pass {
  public:
-  explicit Pass(AllParser& data) : data_(data) {
+  Pass(IHTMLDocument2& document, AllParser& data) : data_(data), kept_(document) {
     for (std::size_t i = 0; i < kRows.size(); ++i) tags_[i] = TagKey(StringEntry(kRows[i].tag));
   }
 
@@ -131,8 +131,10 @@ class Pass {
     return reader_.Take(element.getAttribute(name)).value_or(std::u16string_view());
   }
 
-  void Keep(std::u16string_view text, std::vector<std::u16string>& list) {
-    if (!text.empty() && budget_.Take(text.size())) list.emplace_back(text);
+  void Keep(std::u16string_view text, Texts& list) {
+    if (text.empty()) return;
+    kept_.TakeView(text);
+    list.push_back(text);
   }
 
   void ReadField(IHTMLElement& element) {
@@ -154,7 +156,9 @@ class Pass {
   void ReadTextField(IHTMLElement& element) {
     ++data_.textInputCount;
     const std::u16string_view value = ReadAttribute(element, StringEntry(kValueAttribute));
-    if (!value.empty() && budget_.Take(value.size())) data_.inputValues.append(1, u' ').append(value);
+    if (value.empty()) return;
+    kept_.TakeText(value.size() + 1);
+    data_.inputValues.append(1, u' ').append(value);
   }
 
   void ReadMarkerElement(DocumentObject&, IHTMLElement& element) {
@@ -188,16 +192,19 @@ class Pass {
     IHTMLCommentElement* const comment = object.QueryComment();
     if (comment == nullptr) return;
     const std::optional<std::u16string_view> text = reader_.Take(comment->get_text());
-    if (text && budget_.Take(text->size())) data_.comments.emplace_back(*text);
+    if (!text) return;
+    kept_.TakeView(*text);
+    data_.comments.push_back(*text);
   }
 
   void ReadBody(DocumentObject& object, IHTMLElement&) {
     IHTMLBodyElement* const body = object.QueryBody();
     if (body == nullptr) return;
     const std::optional<std::u16string_view> background = reader_.Take(body->get_background());
-    if (!background || !budget_.Take(background->size())) return;
+    if (!background) return;
+    kept_.TakeView(*background);
     data_.bodyBackground = *background;
-    data_.backgrounds.emplace_back(*background);
+    data_.backgrounds.push_back(*background);
     const std::size_t dot = background->rfind(u'.');
     if (dot != std::u16string_view::npos) data_.bodyBackgroundExtension = ToLower(background->substr(dot + 1));
   }
@@ -208,7 +215,8 @@ class Pass {
     const std::optional<std::u16string_view> rel = reader_.Take(link->get_rel());
     if (!rel || !EqualsNoCase(*rel, u"shortcut icon")) return;
     const std::optional<std::u16string_view> href = reader_.Take(link->get_href());
-    if (!href || !budget_.Take(href->size())) return;
+    if (!href) return;
+    kept_.TakeView(*href);
     UrlParser parser;
     if (parser.DecodeUrl(*href) == 0) data_.shortcutIconHost = parser.Record().HostName;
   }
@@ -219,7 +227,9 @@ class Pass {
     const std::optional<std::u16string_view> httpEquiv = reader_.Take(meta->get_httpEquiv());
     if (!httpEquiv || !EqualsNoCase(*httpEquiv, StringEntry(kRefresh))) return;
     const std::optional<std::u16string_view> content = reader_.Take(meta->get_content());
-    if (content && budget_.Take(content->size())) ReadRefresh(*content);
+    if (!content) return;
+    kept_.TakeView(*content);
+    ReadRefresh(*content);
   }
 
   /// The delay is the digits in front of the semicolon, whatever blanks, signs and quotes stand among them.
@@ -238,8 +248,8 @@ class Pass {
 
   AllParser& data_;
   std::array<std::uint64_t, kTagCount> tags_;  ///< keys of the rows' tags
+  KeptTexts kept_;
   DocumentReader reader_;
-  TextBudget budget_;
   SearchedTexts searched_;
 };
 
@@ -265,7 +275,7 @@ constexpr std::array<Pass::Row, Pass::kTagCount> Pass::kRows = {{{0x9C, &Pass::R
 
 Status AllCollectionParser::GetAllCollectionData(IHTMLDocument2* document) {
   if (document == nullptr) return kStatusFail;
-  return Pass(data_).ReadFields(*document);
+  return Pass(*document, data_).ReadFields(*document);
 }
 
 Status AllCollectionParser::ParseAllCollection(IHTMLDocument2* document) {
@@ -275,7 +285,7 @@ Status AllCollectionParser::ParseAllCollection(IHTMLDocument2* document) {
   data_.fileInputCount = 0;
   data_.inputValues.clear();
   data_.captions.clear();
-  return Pass(data_).ReadEverything(*document);
+  return Pass(*document, data_).ReadEverything(*document);
 }
 
 }  // namespace zeph

@@ -22,6 +22,7 @@ namespace {
 constexpr std::array<std::uint32_t, 5> kMarkers = {0x0C, 0x0D, 0x0E, 0x0F, 0x10};
 
 constexpr std::size_t kWordsOfPhrase = 7;
+constexpr std::size_t kBytesOfPhrase = 32;  ///< beside its text
 
 /// Words end at the white space behind them, or with the text.
 void CountText(std::u16string_view text, BodyData& data) {
@@ -66,11 +67,11 @@ std::u16string_view LastLines(std::u16string_view text) {
   return text.substr(begin);
 }
 
-/// Length of the phrase at the text's start, as far as it is looked at: above limit when the phrase is longer.
-std::size_t PhraseLength(std::u16string_view text, std::size_t limit) {
+/// Length of the phrase at the text's start.
+std::size_t PhraseLength(std::u16string_view text) {
   std::size_t words = 0;
   bool inWord = false;
-  for (std::size_t i = 0; i < text.size() && i <= limit; ++i) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
     const bool isSpace = IsSpace(text[i]);
     if (isSpace && inWord && ++words == kWordsOfPhrase) return i + 1;
     inWord = !isSpace;
@@ -78,10 +79,9 @@ std::size_t PhraseLength(std::u16string_view text, std::size_t limit) {
   return text.size();
 }
 
-void ExtractAll(std::u16string_view visibleText, std::vector<std::u16string>& phrases) {
-  std::size_t kept = 0;
-  for (const std::uint32_t marker : kMarkers) ExtractPhrases(visibleText, StringEntry(marker), kept, phrases);
-  ExtractPhrases(LastLines(visibleText), StringEntry(kMarkers.back()), kept, phrases);
+void ExtractAll(std::u16string_view visibleText, KeptTexts& kept, BodyData& data) {
+  for (const std::uint32_t marker : kMarkers) ExtractPhrases(visibleText, StringEntry(marker), kept, data);
+  ExtractPhrases(LastLines(visibleText), StringEntry(kMarkers.back()), kept, data);
 }
 
 }  // namespace
@@ -103,23 +103,20 @@ Status CollectBodyData(IHTMLDocument2* document, BodyData& data) {
   }
   const std::optional<std::u16string_view> title = reader.Take(document->get_title());
   if (title) data.title = *title;
-  if (!reader.Failed()) ExtractAll(data.visibleText, data.markerPhrases);
+  KeptTexts kept(*document);
+  if (!reader.Failed()) ExtractAll(data.visibleText, kept, data);
   return reader.LastStatus();
 }
 
-void ExtractPhrases(std::u16string_view text, std::u16string_view marker, std::size_t& kept,
-                    std::vector<std::u16string>& phrases) {
+void ExtractPhrases(std::u16string_view text, std::u16string_view marker, KeptTexts& kept, BodyData& data) {
   if (marker.empty()) return;
   while (const std::optional<std::size_t> at = FindNoCase(text, marker)) {
     text.remove_prefix(*at);
-    const std::size_t left = kPhraseTextLimit - kept;
-    const std::size_t length = PhraseLength(text, left);
-    if (length >= left) return;
-    std::u16string& phrase = phrases.emplace_back();
-    phrase.reserve(length + 1);
-    phrase.append(text.substr(0, length)).push_back(u' ');
+    std::u16string phrase(text.substr(0, PhraseLength(text)));
+    kept.Take(kBytesOfPhrase + 2 * phrase.size());
+    phrase.push_back(u' ');
     MakeLower(phrase);
-    kept += phrase.size();
+    data.markerPhrases.push_back(data.kept.Keep(phrase));
     text.remove_prefix(marker.size());
   }
 }

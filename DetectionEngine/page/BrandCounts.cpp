@@ -2,10 +2,11 @@
 #include "DetectionEngine/page/BrandCounts.h"
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "DetectionEngine/configuration/Configuration.h"
 #include "DetectionEngine/configuration/HostMatching.h"
-#include "DetectionEngine/page/PageUrls.h"
 
 namespace zeph {
 
@@ -13,16 +14,21 @@ namespace {
 
 /// A popular site counts as no brand's, whatever brand claims it.
 void SortHosts(const Tally& hosts, const Configuration& configuration, Tally& brands, Tally& others) {
+  std::vector<Tally::Entry> ofBrands;
+  std::vector<Tally::Entry> ofOthers;
   for (const auto& [host, count] : hosts) {
     const NetLocationMatch brand = FindInNetLocations(host, configuration.PopularSites)
                                        ? NetLocationMatch()
                                        : FindInNetLocations(host, configuration.BrandDomains);
     if (brand) {
-      AddTo(brands, configuration.BrandDomains.Entries[static_cast<std::size_t>(brand.index)].TrustedDomainName, count);
+      ofBrands.emplace_back(configuration.BrandDomains.Entries[static_cast<std::size_t>(brand.index)].TrustedDomainName,
+                            count);
     } else {
-      AddTo(others, host, count);
+      ofOthers.emplace_back(host, count);
     }
   }
+  brands = Tally(std::move(ofBrands));
+  others = Tally(std::move(ofOthers));
 }
 
 /// Sums up a brand tally; dominant receives the key of the highest count, the first of equal ones.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <string_view>
 #include <type_traits>
@@ -15,22 +16,35 @@
 
 namespace zeph {
 
-/// How many characters of texts that stand in lists one collector keeps, all together. No page comes near it; it keeps
-/// elements nested in one another, and lists that name one element over and over, from multiplying what they hold.
-inline constexpr std::size_t kKeptTextLimit = std::size_t{1} << 26;
+/// How many bytes of texts one collector keeps of a document without a budget. No page comes near it.
+inline constexpr std::size_t kKeptTextLimit = std::size_t{1} << 27;
 
-/// Counts down from kKeptTextLimit.
-class TextBudget {
+/// What stops a collector whose page costs too much.
+struct TooCostly : std::bad_alloc {
+  [[nodiscard]] const char* what() const noexcept override { return "the page costs too much"; }
+};
+
+/// What a collector keeps is taken from its page's budget: elements nested in one another, and lists that name one
+/// element over and over, would multiply what the page holds.
+class KeptTexts {
  public:
-  /// True when a text of this length may still be kept; it then counts. A text that doesn't fit is taken for none.
-  [[nodiscard]] bool Take(std::size_t length) noexcept {
-    if (length > left_) return false;
-    left_ -= length;
-    return true;
+  explicit KeptTexts(IHTMLDocument2& document) noexcept : budget_(document.Budget()) {}
+
+  /// For a text that grows in a buffer, which has room to spare.
+  void TakeText(std::size_t length) { Take(6 * length); }
+  /// For a text that the document lends and a list names: it is looked at, however often it is named.
+  void TakeView(std::u16string_view text) { Take(kViewBytes + text.size()); }
+  /// For so many bytes. Throws TooCostly.
+  void Take(std::size_t bytes) {
+    if (!(budget_ != nullptr ? *budget_ : own_).Take(bytes)) throw TooCostly();
   }
 
  private:
-  std::size_t left_ = kKeptTextLimit;
+  /// A view, in a list that has room to spare.
+  static constexpr std::size_t kViewBytes = 24;
+
+  PageBudget own_{kKeptTextLimit};
+  PageBudget* budget_;
 };
 
 /// Asks operations and remembers the status of the last one. A failure reads as none.

@@ -5,8 +5,10 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "DetectionEngine/page/DocumentReading.h"
+#include "DetectionEngine/page/PageUrls.h"
 #include "DetectionEngine/text/Text.h"
 #include "DetectionEngine/url/UrlParser.h"
 
@@ -39,10 +41,11 @@ InputType InputTypeOf(std::u16string_view type) noexcept {
 
 class FormCollector {
  public:
-  FormCollector(const UrlRecord& pageUrl, FormData& data) : pageUrl_(pageUrl), data_(data) {}
+  FormCollector(IHTMLDocument2& document, const UrlRecord& pageUrl, FormData& data)
+      : document_(document), pageUrl_(pageUrl), data_(data), kept_(document) {}
 
-  Status Collect(IHTMLDocument2& document) {
-    IHTMLElementCollection* const forms = reader_.Take(document.get_forms());
+  Status Collect() {
+    IHTMLElementCollection* const forms = reader_.Take(document_.get_forms());
     data_.numForms = reader_.Length(forms);
     reader_.Walk(forms, data_.numForms, [&](DocumentObject& object) {
       IHTMLFormElement* const form = object.QueryForm();
@@ -53,10 +56,11 @@ class FormCollector {
 
  private:
   void ReadForm(IHTMLFormElement& form) {
+    kept_.Take(kBytesOfForm);
     FormRecord record;
     const std::optional<std::u16string_view> action = reader_.Take(form.get_action());
     if (reader_.Failed()) return;
-    if (action && !action->empty() && budget_.Take(action->size())) ReadAction(*action, record);
+    if (action && !action->empty()) ReadAction(*action, record);
 
     record.selectCount = reader_.Length(reader_.Take(form.tags(u"SELECT")));
     if (reader_.Failed()) return;
@@ -73,27 +77,54 @@ class FormCollector {
     data_.records.push_back(std::move(record));
   }
 
-  void ReadAction(std::u16string_view action, FormRecord& record) const {
+  /// What an action comes to.
+  struct Target {
+    std::u16string_view host;
+    std::u16string_view scheme;
+    std::u16string_view extension;
+  };
+
+  void ReadAction(std::u16string_view action, FormRecord& record) {
+    kept_.TakeView(action);
+    const std::uint32_t number = actions_.Add(action);
+    if (number == targets_.size()) {
+      kept_.Take(DistinctTexts::kBytes + 2 * sizeof(Target));
+      targets_.push_back(Resolve(action));
+    }
+    const Target& target = targets_[number];
     record.action = action;
+    record.actionHost = target.host;
+    record.actionScheme = target.scheme;
+    record.actionExtension = target.extension;
+  }
+
+  Target Resolve(std::u16string_view action) {
     UrlParser parser;
+    Target target;
     if (IsHttpUrl(action)) {
-      if (parser.DecodeUrl(action) == 0) record.actionHost = parser.Record().HostName;
+      if (parser.DecodeUrl(action) == 0) target.host = Keep(parser.Record().HostName);
     } else {
-      record.actionHost = pageUrl_.HostName;
+      if (pageHost_.empty()) pageHost_ = Keep(pageUrl_.HostName);
+      target.host = pageHost_;
       std::u16string absolute;
-      if (!CombineUrl(pageUrl_.RawUrl, action, absolute)) return;
+      if (!CombineUrl(pageUrl_.RawUrl, action, absolute)) return target;
       parser.DecodeUrl(absolute);
     }
-    record.actionScheme = parser.Record().Scheme;
-    record.actionExtension = parser.Record().FileExtension;
+    target.scheme = Keep(parser.Record().Scheme);
+    target.extension = Keep(parser.Record().FileExtension);
+    return target;
+  }
+
+  std::u16string_view Keep(std::u16string_view text) {
+    kept_.Take(2 * text.size());
+    return data_.kept.Copy(text);
   }
 
   void ReadInputs(IHTMLFormElement& form, FormRecord& record) {
     IHTMLElementCollection* const inputs = reader_.Take(form.tags(u"INPUT"));
     record.inputCount = reader_.Length(inputs);
-    const std::int32_t looked = std::min(record.inputCount, inputsLeft_);
-    inputsLeft_ -= looked;
-    reader_.Walk(inputs, looked, [&](DocumentObject& object) {
+    reader_.Walk(inputs, record.inputCount, [&](DocumentObject& object) {
+      kept_.Take(kBytesOfInput);
       IHTMLElement* const element = object.QueryElement();
       if (element != nullptr) ReadInput(*element, record);
     });
@@ -106,7 +137,7 @@ class FormCollector {
       case InputType::kSubmit: {
         ++record.submitCount;
         const std::optional<std::u16string_view> value = reader_.Take(element.getAttribute(u"VALUE"));
-        if (value && budget_.Take(value->size())) record.submitValue = *value;
+        if (value) record.submitValue = *value;
         break;
       }
       case InputType::kText:
@@ -132,27 +163,36 @@ class FormCollector {
     if (!name && !value) return;
     const std::u16string_view nameText = name.value_or(u"");
     const std::u16string_view valueText = value.value_or(u"");
-    if (!budget_.Take(nameText.size() + valueText.size())) return;
-    record.hiddenNames.emplace_back(nameText);
-    record.hiddenValues.emplace_back(valueText);
+    kept_.TakeView(nameText);
+    kept_.TakeView(valueText);
+    record.hiddenNames.push_back(nameText);
+    record.hiddenValues.push_back(valueText);
     if (!record.hasHiddenAddress && LooksLikeAddress(valueText)) {
       record.hasHiddenAddress = true;
       record.hiddenAddress = valueText;
     }
   }
 
+  /// A form, in a list that has room to spare.
+  static constexpr std::size_t kBytesOfForm = 2 * sizeof(FormRecord);
+  /// Forms that hold one another, or that a list names over and over, would multiply their fields: each look counts.
+  static constexpr std::size_t kBytesOfInput = 4;
+
+  IHTMLDocument2& document_;
   const UrlRecord& pageUrl_;
   FormData& data_;
+  KeptTexts kept_;
   DocumentReader reader_;
-  TextBudget budget_;
-  std::int32_t inputsLeft_ = kInputLimit;
+  DistinctTexts actions_;
+  std::vector<Target> targets_;  ///< by the number of their action
+  std::u16string_view pageHost_;
 };
 
 }  // namespace
 
 Status CollectFormData(IHTMLDocument2* document, const UrlRecord& pageUrl, FormData& data) {
   if (document == nullptr) return kStatusFail;
-  return FormCollector(pageUrl, data).Collect(*document);
+  return FormCollector(*document, pageUrl, data).Collect();
 }
 
 bool LooksLikeAddress(std::u16string_view value) noexcept {

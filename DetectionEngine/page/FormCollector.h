@@ -10,10 +10,6 @@
 
 namespace zeph {
 
-/// How many INPUT elements are looked at, over all forms. Forms that hold one another, or that a list names over and
-/// over, would multiply their fields; what lies beyond counts in inputCount alone.
-inline constexpr std::int32_t kInputLimit = std::int32_t{1} << 22;
-
 /// Reads every form of the page: its target, its fields by kind, its hidden fields. pageUrl is the page's own URL,
 /// against which relative targets are read. Gives the status of the last operation; a form that isn't read to its end
 /// is left out.

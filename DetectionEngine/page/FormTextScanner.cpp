@@ -8,7 +8,6 @@
 #include <map>
 #include <utility>
 
-#include "DetectionEngine/page/DocumentReading.h"
 #include "DetectionEngine/page/MarkupTags.h"
 #include "DetectionEngine/text/CharacterClass.h"
 #include "DetectionEngine/text/FindAnyOf.h"
@@ -54,7 +53,31 @@ std::u16string_view AttributeValueOf(std::u16string_view tag, std::u16string_vie
   return value.substr(0, static_cast<std::size_t>(std::ranges::find_if(value, IsSpace) - value.begin()));
 }
 
-bool HoldsLetter(std::u16string_view text) noexcept { return std::ranges::any_of(text, IsAlpha); }
+/// A text that tags and character references may take apart: it is put together only when they do.
+class BlockText {
+ public:
+  void Append(std::u16string_view text) {
+    if (View().empty()) {
+      single_ = text;
+      return;
+    }
+    if (joined_.empty()) joined_ = single_;
+    joined_ += text;
+  }
+  void Clear() noexcept {
+    single_ = {};
+    joined_.clear();
+  }
+  [[nodiscard]] std::u16string_view View() const noexcept {
+    return joined_.empty() ? single_ : std::u16string_view(joined_);
+  }
+
+ private:
+  std::u16string_view single_;
+  std::u16string joined_;
+};
+
+bool HoldsLetter(const BlockText& text) noexcept { return std::ranges::any_of(text.View(), IsAlpha); }
 
 class Scanner {
  public:
@@ -65,6 +88,11 @@ class Scanner {
       at = ReadText(at);
       if (at < html_.size()) at = ReadTag(at);
     }
+    result_.scanText = result_.kept.Keep(labels_);
+    for (std::size_t i = 0; i < result_.forms.size(); ++i) {
+      const std::size_t end = i + 1 < labelBegins_.size() ? labelBegins_[i + 1] : result_.scanText.size();
+      result_.forms[i].labelText = result_.scanText.substr(labelBegins_[i], end - labelBegins_[i]);
+    }
     return std::move(result_);
   }
 
@@ -74,12 +102,12 @@ class Scanner {
     if (inSelect_ || inScriptOrStyle_) return FindAnyOf<u'<'>(html_, at);
     for (;;) {
       const std::size_t end = FindAnyOf<u'<', u'&'>(html_, at);
-      currentText_.append(html_.substr(at, end - at));
+      currentText_.Append(html_.substr(at, end - at));
       if (end == html_.size() || html_[end] == u'<') return end;
       // A "<" ends a character reference and starts no tag.
       const std::size_t entityEnd = FindAnyOf<u';', u'<'>(html_, end + 1);
       if (entityEnd == html_.size()) return entityEnd;
-      currentText_.append(ReferencedText(html_.substr(end, entityEnd + 1 - end)));
+      currentText_.Append(ReferencedText(html_.substr(end, entityEnd + 1 - end)));
       at = entityEnd + 1;
     }
   }
@@ -140,14 +168,15 @@ class Scanner {
   }
 
   void OnBlockTag() {
-    if (!IsBlank(currentText_)) std::swap(previousText_, currentText_);
-    currentText_.clear();
+    if (!IsBlank(currentText_.View())) std::swap(previousText_, currentText_);
+    currentText_.Clear();
   }
 
   /// True for a tag in front of which a label is looked for.
   bool OnFormTag(std::u16string_view tag, TagMarks marks) {
     if ((marks & OpeningTag(kForm)) != 0) {
-      result_.forms.push_back({{}, std::u16string(AttributeValueOf(tag, u"action="))});
+      labelBegins_.push_back(labels_.size());
+      result_.forms.push_back({{}, Kept(AttributeValueOf(tag, u"action="))});
       return false;
     }
     if ((marks & BareTag(kInput)) != 0) return CountField();
@@ -177,20 +206,26 @@ class Scanner {
       } else {
         result_.fieldWithoutLabel = true;
       }
-      previousText_.clear();
+      previousText_.Clear();
     }
-    currentText_.clear();
+    currentText_.Clear();
   }
 
-  void AddLabel(std::u16string_view text) {
-    result_.scanText.append(1, u' ').append(text);
-    if (!result_.forms.empty()) result_.forms.back().labelText.append(1, u' ').append(text);
+  void AddLabel(const BlockText& text) { labels_.append(1, u' ').append(text.View()); }
+
+  /// A part of the markup as it is, or a copy of one of a tag without quotes.
+  std::u16string_view Kept(std::u16string_view text) {
+    const bool isMarkup =
+        std::less_equal<>()(html_.data(), text.data()) && std::less<>()(text.data(), html_.data() + html_.size());
+    return isMarkup ? text : result_.kept.Copy(text);
   }
 
   const std::u16string_view html_;
   FormTexts result_;
-  std::u16string previousText_;  ///< the last block that held something
-  std::u16string currentText_;   ///< since the last block boundary
+  std::u16string labels_;
+  std::vector<std::size_t> labelBegins_;  ///< where those of each form begin
+  BlockText previousText_;                ///< the last block that held something
+  BlockText currentText_;                 ///< since the last block boundary
   std::u16string withoutQuotes_;
   bool inSelect_ = false;
   bool inScriptOrStyle_ = false;
@@ -201,26 +236,23 @@ class Scanner {
 FormTexts ScanFormTexts(std::u16string_view html) { return Scanner(html).Scan(); }
 
 void MergeLabels(FormData& formData, const std::vector<ScannedForm>& forms) {
-  TextBudget budget;
-  const auto label = [&](FormRecord& record, const ScannedForm& form) {
-    if (budget.Take(form.labelText.size())) record.labelText = form.labelText;
-  };
   if (formData.records.size() == forms.size()) {
-    for (std::size_t i = 0; i < forms.size(); ++i) label(formData.records[i], forms[i]);
+    for (std::size_t i = 0; i < forms.size(); ++i) formData.records[i].labelText = forms[i].labelText;
     return;
   }
   std::map<std::u16string_view, const ScannedForm*> lastByAction;
   for (const ScannedForm& form : forms) lastByAction[form.action] = &form;
   for (FormRecord& record : formData.records) {
     const auto at = lastByAction.find(record.action);
-    if (at != lastByAction.end()) label(record, *at->second);
+    if (at != lastByAction.end()) record.labelText = at->second->labelText;
   }
 }
 
 Status ScanFormTexts(PageData& pageData) {
   FormTexts texts = ScanFormTexts(pageData.body.html);
   MergeLabels(pageData.forms, texts.forms);
-  pageData.body.labelText = std::move(texts.scanText);
+  pageData.body.labelText = texts.scanText;
+  pageData.body.kept.Adopt(std::move(texts.kept));
   pageData.body.fieldCount = texts.fieldCount;
   pageData.body.fieldWithoutLabel = texts.fieldWithoutLabel;
   return 0;

@@ -13,16 +13,18 @@ namespace zeph {
 
 /// A FORM tag of the markup.
 struct ScannedForm {
-  std::u16string labelText;  ///< texts in front of its fields, each behind one blank
-  std::u16string action;
+  std::u16string_view labelText;  ///< texts in front of its fields, each behind one blank
+  std::u16string_view action;
 };
 
-/// What stands in front of the input fields of a page, which is what a reader takes for their labels.
+/// What stands in front of the input fields of a page, which is what a reader takes for their labels. Views are of the
+/// markup and of what is kept here.
 struct FormTexts {
   std::vector<ScannedForm> forms;  ///< in order of the FORM tags
-  std::u16string scanText;         ///< all label text, each piece behind one blank
+  std::u16string_view scanText;    ///< all label text, each piece behind one blank
   bool fieldWithoutLabel = false;  ///< a field had no text in front of it
   std::int32_t fieldCount = 0;
+  TextArena kept;
 };
 
 /// Reads markup in the browser's normalised form (upper-case tags, lower-case attributes, values bare where they can
@@ -30,7 +32,7 @@ struct FormTexts {
 [[nodiscard]] FormTexts ScanFormTexts(std::u16string_view html);
 
 /// Hands the label texts to the forms: one to one when both have the same number of forms, else by equal action, the
-/// last such form winning. Copies at most kKeptTextLimit characters; forms beyond that keep an empty text.
+/// last such form winning.
 void MergeLabels(FormData& formData, const std::vector<ScannedForm>& forms);
 
 /// Scans the markup of the page's body and leaves what it finds in the body and in the forms. Always 0.

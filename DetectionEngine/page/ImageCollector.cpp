@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "DetectionEngine/page/DocumentReading.h"
 #include "DetectionEngine/page/PageUrls.h"
@@ -26,14 +26,15 @@ constexpr std::int32_t kNoSize = -1;
 
 class ImageReader {
  public:
-  ImageReader(const UrlRecord& pageUrl, ImageData& data) : pageUrl_(pageUrl), data_(data) {}
+  ImageReader(IHTMLDocument2& document, const UrlRecord& pageUrl, ImageData& data)
+      : document_(document), pageUrl_(pageUrl), data_(data), kept_(document) {}
 
-  Status Collect(IHTMLDocument2& document) {
-    reader_.Walk(reader_.Take(document.get_images()), [&](DocumentObject& object) {
+  Status Collect() {
+    reader_.Walk(reader_.Take(document_.get_images()), [&](DocumentObject& object) {
       IHTMLImgElement* const image = object.QueryImg();
       if (image != nullptr) ReadImage(*image);
     });
-    for (const std::u16string& source : data_.sources) SortSource(source);
+    SortSources();
     CountUp();
     return reader_.LastStatus();
   }
@@ -41,8 +42,9 @@ class ImageReader {
  private:
   void ReadImage(IHTMLImgElement& image) {
     const std::optional<std::u16string_view> source = reader_.Take(image.get_src());
-    if (!source || !budget_.Take(source->size())) return;
-    data_.sources.push_back(IsMhtmlUrl(*source) ? Unescape(*source) : std::u16string(*source));
+    if (!source) return;
+    kept_.Take(kBytesOfSizes);
+    sources_.Add(*source);
 
     const std::int32_t width = reader_.Take(image.get_width());
     data_.widths.push_back(width == 0 ? kNoSize : width);
@@ -55,12 +57,6 @@ class ImageReader {
     AddArea(std::int64_t{width} * height);
   }
 
-  static std::u16string Unescape(std::u16string_view source) {
-    std::u16string text = UnescapeUrl(source);
-    if (text.size() > kUnescapedLimit) text.clear();
-    return text;
-  }
-
   void AddArea(std::int64_t area) {
     using Range = std::numeric_limits<std::int32_t>;
     data_.totalArea =
@@ -69,45 +65,69 @@ class ImageReader {
 
   /// What one source comes to. Pages show few images many times.
   struct Source {
+    std::u16string_view text;
     bool isLocal = false;
-    std::optional<std::u16string> url;   ///< as which it is valid
-    std::optional<std::u16string> host;  ///< of an absolute one that decodes
-    std::optional<std::u16string> path;
+    std::optional<std::u16string_view> url;  ///< as which it is valid
+    std::optional<std::u16string_view> path;
   };
 
-  void SortSource(const std::u16string& text) {
-    auto at = sources_.lower_bound(text);
-    if (at == sources_.end() || at->first != text) at = sources_.emplace_hint(at, text, Resolve(text));
-    const Source& source = at->second;
-    if (source.isLocal) {
-      data_.localUrls.push_back(text);
-      AddTo(data_.localTally, text);
-    } else if (!source.url) {
-      data_.invalidUrls.push_back(text);
+  void SortSources() {
+    const DistinctTexts& distinct = sources_.Distinct();
+    std::vector<Source> sources;
+    sources.reserve(distinct.Size());
+    std::vector<Tally::Entry> urls;
+    std::vector<Tally::Entry> paths;
+    std::vector<Tally::Entry> locals;
+    for (std::uint32_t i = 0; i < distinct.Size(); ++i) {
+      const std::int32_t count = distinct[i].count;
+      const Source& source = sources.emplace_back(Resolve(distinct[i].text, count));
+      if (source.url) urls.emplace_back(*source.url, count);
+      if (source.path) paths.emplace_back(*source.path, count);
+      if (source.isLocal) locals.emplace_back(source.text, count);
     }
-    if (source.url) {
-      data_.validUrls.push_back(*source.url);
-      AddTo(data_.urlTally, *source.url);
+    data_.urlTally = Tally(std::move(urls));
+    data_.pathTally = Tally(std::move(paths));
+    data_.localTally = Tally(std::move(locals));
+    data_.hostTally = sources_.HostCounts();
+
+    data_.sources.reserve(sources_.Order().size());
+    for (const std::uint32_t number : sources_.Order()) {
+      const Source& source = sources[number];
+      data_.sources.push_back(source.text);
+      if (source.isLocal) data_.localUrls.push_back(source.text);
+      if (!source.isLocal && !source.url) data_.invalidUrls.push_back(source.text);
+      if (source.url) data_.validUrls.push_back(*source.url);
     }
-    if (source.host) AddTo(data_.hostTally, *source.host);
-    if (source.path) AddTo(data_.pathTally, *source.path);
   }
 
-  [[nodiscard]] Source Resolve(const std::u16string& text) const {
-    if (IsMhtmlUrl(text)) return {true, text, std::nullopt, text};
+  Source Resolve(std::u16string_view text, std::int32_t count) {
+    if (IsMhtmlUrl(text)) {
+      std::u16string unescaped = UnescapeUrl(text);
+      if (unescaped.size() > kUnescapedLimit) unescaped.clear();
+      text = sources_.Keep(unescaped, text);
+    }
+    if (IsMhtmlUrl(text)) return {text, true, text, text};
     UrlParser parser;
     if (IsHttpUrl(text)) {
-      if (parser.DecodeUrl(text) != 0) return {};
-      return {false, text, parser.Record().HostName, parser.Record().UrlPath};
+      if (sources_.CountHost(text, count) == nullptr || parser.DecodeUrl(text) != 0) return {text, false, {}, {}};
+      return {text, false, text, Path(parser, text)};
     }
     std::u16string absolute;
-    if (!CombineUrl(pageUrl_.RawUrl, text, absolute)) return {true, std::nullopt, std::nullopt, text};
-    if (absolute.empty()) return {true, std::nullopt, std::nullopt, std::nullopt};
+    if (!CombineUrl(pageUrl_.RawUrl, text, absolute)) return {text, true, {}, text};
+    if (absolute.empty()) return {text, true, {}, {}};
     const bool decodes = parser.DecodeUrl(absolute) == 0;
-    return {true, std::move(absolute), std::nullopt, decodes ? parser.Record().UrlPath : text};
+    const std::u16string_view url = sources_.Keep(absolute, text);
+    return {text, true, url, decodes ? Path(parser, url) : text};
+  }
+
+  /// The path of a URL that the parser decoded.
+  std::u16string_view Path(UrlParser& parser, std::u16string_view url) {
+    std::u16string path = parser.TakeRecord().UrlPath;
+    return sources_.Keep(path, url);
   }
 
   void CountUp() {
+    data_.paths.reserve(data_.pathTally.size());
     for (const auto& [path, count] : data_.pathTally) data_.paths.push_back(path);
     data_.uniqueUrlCount = static_cast<std::int32_t>(data_.urlTally.size());
     const auto own = data_.hostTally.find(pageUrl_.HostName);
@@ -115,18 +135,22 @@ class ImageReader {
         (own == data_.hostTally.end() ? 0 : own->second) + static_cast<std::int32_t>(data_.localTally.size());
   }
 
+  /// An image's sizes, and its place among local or valid sources.
+  static constexpr std::size_t kBytesOfSizes = 48;
+
+  IHTMLDocument2& document_;
   const UrlRecord& pageUrl_;
   ImageData& data_;
+  KeptTexts kept_;
   DocumentReader reader_;
-  TextBudget budget_;
-  std::map<std::u16string, Source, UnitOrder> sources_;
+  UrlList sources_{kept_, data_.kept};
 };
 
 }  // namespace
 
 Status CollectImageData(IHTMLDocument2* document, const UrlRecord& pageUrl, ImageData& data) {
   if (document == nullptr) return kStatusFail;
-  return ImageReader(pageUrl, data).Collect(*document);
+  return ImageReader(*document, pageUrl, data).Collect();
 }
 
 }  // namespace zeph

@@ -16,12 +16,14 @@ namespace {
 
 class LinkReader {
  public:
-  explicit LinkReader(LinkData& data) : data_(data) {}
+  LinkReader(IHTMLDocument2& document, LinkData& data) : document_(document), data_(data), kept_(document) {}
 
-  Status Collect(IHTMLDocument2& document) {
-    reader_.Walk(reader_.Take(document.get_links()), [&](DocumentObject& link) { ReadLink(link); });
+  Status Collect() {
+    reader_.Walk(reader_.Take(document_.get_links()), [&](DocumentObject& link) { ReadLink(link); });
     MakeLower(data_.linkText);
-    SortTargets();
+    SortUrls(targets_, true,
+             {data_.urls, data_.validUrls, data_.urlTally, data_.hostTally, data_.invalidUrls, data_.otherUrls,
+              data_.otherUrlTally});
     return reader_.LastStatus();
   }
 
@@ -42,33 +44,26 @@ class LinkReader {
     if (IHTMLElement* const element = link.QueryElement()) {
       const std::optional<std::u16string_view> text = reader_.Take(element->get_innerText());
       if (reader_.Failed()) return;
-      if (text && budget_.Take(text->size())) data_.linkText.append(1, u' ').append(*text);
-    }
-    if (!target.empty() && budget_.Take(target.size())) data_.urls.push_back(ToLower(target));
-  }
-
-  void SortTargets() {
-    UrlSorter sorter(data_.validUrls, data_.urlTally, data_.hostTally, data_.invalidUrls);
-    for (const std::u16string& url : data_.urls) {
-      if (IsHttpUrl(url)) {
-        sorter.Add(url);
-      } else {
-        data_.otherUrls.push_back(url);
-        AddTo(data_.otherUrlTally, url);
+      if (text) {
+        kept_.TakeText(text->size() + 1);
+        data_.linkText.append(1, u' ').append(*text);
       }
     }
+    if (!target.empty()) targets_.Add(target);
   }
 
+  IHTMLDocument2& document_;
   LinkData& data_;
+  KeptTexts kept_;
   DocumentReader reader_;
-  TextBudget budget_;
+  UrlList targets_{kept_, data_.kept};
 };
 
 }  // namespace
 
 Status CollectLinkData(IHTMLDocument2* document, LinkData& data) {
   if (document == nullptr) return kStatusFail;
-  return LinkReader(data).Collect(*document);
+  return LinkReader(*document, data).Collect();
 }
 
 }  // namespace zeph

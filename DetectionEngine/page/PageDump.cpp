@@ -35,7 +35,9 @@ bool IsOneOf(std::u16string_view text, std::span<const std::u16string_view> list
 /// One walk over the nodes.
 class PageDump::Walker {
  public:
-  explicit Walker(PageDump& dump) : dump_(dump) {}
+  Walker(IHTMLDocument2& document, PageDump& dump) : dump_(dump), kept_(document) {
+    kept_.Take(2 * dump.visibleText_.size());
+  }
 
   /// Adds what the node and all below it show. Recurses no deeper than kDepthLimit.
   void Walk(IHTMLDOMNode& node, int depth) {
@@ -117,17 +119,14 @@ class PageDump::Walker {
     const std::u16string_view separator = text.empty() ? u"" : u"\r\n";
     std::size_t length = separator.size();
     for (const std::u16string_view part : parts) length += part.size();
-    if (!budget_.Take(length)) {
-      tooLarge_ = true;
-      return;
-    }
+    kept_.TakeText(2 * length);  // in its block, and in the whole
     text.append(separator);
     for (const std::u16string_view part : parts) text.append(part);
   }
 
   PageDump& dump_;
+  KeptTexts kept_;
   DocumentReader reader_;
-  TextBudget budget_;
   int nodeCount_ = 0;
   int missingCount_ = 0;
   bool tooLarge_ = false;
@@ -142,7 +141,7 @@ Status PageDump::Build(IHTMLDocument2* document, std::u16string_view visibleText
   const ObjectAnswer body = document->get_body();
   IHTMLDOMNode* const node = body.HasValue() ? body.value->QueryNode() : nullptr;
   if (node == nullptr) return body.status;
-  Walker walker(*this);
+  Walker walker(*document, *this);
   walker.Walk(*node, 0);
   if (walker.TooLarge()) {
     structure_.clear();
@@ -153,7 +152,9 @@ Status PageDump::Build(IHTMLDocument2* document, std::u16string_view visibleText
 }
 
 std::u16string PageDump::Text() const {
+  constexpr std::size_t kMarks = 256;  // no shorter than what stands between the blocks
   std::u16string text;
+  text.reserve(visibleText_.size() + structure_.size() + images_.size() + distinctiveTags_.size() + kMarks);
   const auto addBlock = [&](std::u16string_view opening, std::u16string_view content, std::u16string_view closing) {
     text.append(opening).append(content).append(closing);
   };

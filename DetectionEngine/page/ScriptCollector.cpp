@@ -15,7 +15,7 @@ namespace {
 class ScriptReader {
  public:
   ScriptReader(IHTMLDocument2& document, ScriptData& data)
-      : document_(document), cache_(document.UrlCache()), data_(data) {}
+      : document_(document), cache_(document.UrlCache()), data_(data), kept_(document) {}
 
   Status Collect() {
     IHTMLElementCollection* const scripts = reader_.Take(document_.get_scripts());
@@ -24,7 +24,10 @@ class ScriptReader {
       IHTMLScriptElement* const script = object.QueryScript();
       return script == nullptr || ReadScript(object, *script);
     });
-    SortSources();
+    SortUrls(absolute_, false,
+             {data_.absoluteSources, data_.validUrls, data_.urlTally, data_.hostTally, data_.invalidUrls, unused_,
+              unusedTally_});
+    data_.relativeTally = Tally(std::move(relative_));
     return reader_.LastStatus();
   }
 
@@ -33,28 +36,34 @@ class ScriptReader {
   bool ReadScript(DocumentObject& object, IHTMLScriptElement& script) {
     const std::optional<std::u16string_view> text = reader_.Take(script.get_text());
     if (reader_.Failed()) return true;
-    if (text && !text->empty() && budget_.Take(text->size())) data_.texts.emplace_back(*text);
+    if (text && !text->empty()) Keep(*text, data_.texts);
 
     IHTMLElement* const element = object.QueryElement();
     if (element == nullptr) return false;
     const std::optional<std::u16string_view> language = reader_.Take(element->getAttribute(u"language"));
     if (reader_.Failed()) return true;
-    if (language && budget_.Take(language->size())) data_.languages.emplace_back(*language);
+    if (language) Keep(*language, data_.languages);
 
     const std::optional<std::u16string_view> source = reader_.Take(script.get_src());
-    if (source && !source->empty() && budget_.Take(source->size())) ReadSource(*source);
+    if (source && !source->empty()) ReadSource(*source);
     return true;
   }
 
+  void Keep(std::u16string_view text, Texts& list) {
+    kept_.TakeView(text);
+    list.push_back(text);
+  }
+
   void ReadSource(std::u16string_view source) {
-    data_.sources.emplace_back(source);
+    Keep(source, data_.sources);
     ++data_.sourceCount;
     if (IsHttpUrl(source)) {
-      data_.absoluteSources.emplace_back(source);
+      absolute_.Add(source);
       ReadCached(std::u16string(source));
     } else {
-      data_.relativeSources.emplace_back(source);
-      AddTo(data_.relativeTally, source);
+      Keep(source, data_.relativeSources);
+      kept_.TakeView({});
+      relative_.emplace_back(source, 1);
       ReadCachedRelative(source);
     }
   }
@@ -72,21 +81,21 @@ class ScriptReader {
     if (CanonicalizeUrl(url, canonical)) url = std::move(canonical);
     if (url.empty()) return;
     UrlCacheReader cached(cache_);
-    if (cached.Open(StripFragment(url)) != 0 || !budget_.Take(cached.Length())) return;
+    if (cached.Open(StripFragment(url)) != 0) return;
+    kept_.Take(2 * cached.Length());
     std::u16string text;
-    if (cached.ReadText(text) == 0 && !text.empty()) data_.texts.push_back(std::move(text));
-  }
-
-  void SortSources() {
-    UrlSorter sorter(data_.validUrls, data_.urlTally, data_.hostTally, data_.invalidUrls);
-    for (const std::u16string& url : data_.absoluteSources) sorter.Add(url);
+    if (cached.ReadText(text) == 0 && !text.empty()) Keep(data_.kept.Keep(text), data_.texts);
   }
 
   IHTMLDocument2& document_;
   IUrlCache* cache_;
   ScriptData& data_;
+  KeptTexts kept_;
   DocumentReader reader_;
-  TextBudget budget_;
+  UrlList absolute_{kept_, data_.kept};
+  std::vector<Tally::Entry> relative_;
+  Texts unused_;  ///< no absolute source has another beginning
+  Tally unusedTally_;
 };
 
 }  // namespace

@@ -12,13 +12,13 @@
 namespace zeph {
 namespace {
 
-std::int32_t SizeOf(const std::vector<std::u16string>& list) { return static_cast<std::int32_t>(list.size()); }
+std::int32_t SizeOf(const Texts& list) { return static_cast<std::int32_t>(list.size()); }
 
-void SetList(FieldValue& out, const std::vector<std::u16string>& list) { out.list.assign(list.begin(), list.end()); }
+void SetList(FieldValue& out, const Texts& list) { out.list.assign(list.begin(), list.end()); }
 
 /// One member of the forms, of all or of those with several fields to fill in.
 template <bool kAllForms>
-void SetFormTexts(FieldValue& out, const FormData& forms, std::u16string FormRecord::*member) {
+void SetFormTexts(FieldValue& out, const FormData& forms, std::u16string_view FormRecord::*member) {
   for (const FormRecord& form : forms.records) {
     if (kAllForms || form.multipleFields) out.list.push_back(form.*member);
   }

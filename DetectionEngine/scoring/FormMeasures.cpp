@@ -119,7 +119,7 @@ IndicatorResult FormWithHiddenAddress(std::span<const FormRecord> forms) {
   for (const FormRecord& form : forms) {
     if (!form.hasHiddenAddress || !form.hasUserFields) continue;
     result.on = true;
-    result.matchText = form.action + u" | " + form.hiddenAddress;
+    result.matchText = std::u16string(form.action).append(u" | ").append(form.hiddenAddress);
     break;
   }
   return result;

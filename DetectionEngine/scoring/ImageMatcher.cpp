@@ -64,10 +64,12 @@ bool ImageMatcher::LoadTemplates() {
 
 std::int32_t ImageMatcher::Match(const ImageData& images, IndicatorResult& result, bool& matched) {
   if (isMatch_ == nullptr) return kNoLibrary;
-  std::vector<const char16_t*> urls;
+  std::vector<std::u16string> texts;  // with an end each, as the library takes them
   for (const auto& [url, count] : images.urlTally) {
-    if (!url.empty()) urls.push_back(url.c_str());
+    if (!url.empty()) texts.emplace_back(url);
   }
+  std::vector<const char16_t*> urls;
+  for (const std::u16string& url : texts) urls.push_back(url.c_str());
   const ZephImageList list = {urls.data(), urls.size()};
   // One character more than the library may write, so that a text always ends.
   std::u16string description(kImageDescriptionRoom + 1, u'\0');

@@ -40,16 +40,16 @@ std::u16string_view SiteName(const MethodCall& call) { return call.pageData.url.
 std::u16string_view Referrer(const MethodCall& call) { return call.pageData.referrer; }
 std::u16string_view Title(const MethodCall& call) { return call.pageData.body.title; }
 std::u16string_view Structure(const MethodCall& call) { return call.pageData.structure; }
-std::span<const std::u16string> MarkerPhrases(const MethodCall& call) { return call.pageData.body.markerPhrases; }
+std::span<const std::u16string_view> MarkerPhrases(const MethodCall& call) { return call.pageData.body.markerPhrases; }
 std::span<const FormRecord> Forms(const MethodCall& call) { return call.pageData.forms.records; }
 const AllParser& Elements(const MethodCall& call) { return call.pageData.all; }
-std::span<const std::u16string> Comments(const MethodCall& call) { return call.pageData.all.comments; }
+std::span<const std::u16string_view> Comments(const MethodCall& call) { return call.pageData.all.comments; }
 const ImageData& Images(const MethodCall& call) { return call.pageData.images; }
-std::span<const std::u16string> ImageSources(const MethodCall& call) { return call.pageData.images.sources; }
+std::span<const std::u16string_view> ImageSources(const MethodCall& call) { return call.pageData.images.sources; }
 const LinkData& Links(const MethodCall& call) { return call.pageData.links; }
 const ScriptData& Scripts(const MethodCall& call) { return call.pageData.scripts; }
-std::span<const std::u16string> ScriptTexts(const MethodCall& call) { return call.pageData.scripts.texts; }
-std::span<const std::u16string> ScriptSources(const MethodCall& call) { return call.pageData.scripts.sources; }
+std::span<const std::u16string_view> ScriptTexts(const MethodCall& call) { return call.pageData.scripts.texts; }
+std::span<const std::u16string_view> ScriptSources(const MethodCall& call) { return call.pageData.scripts.sources; }
 std::span<const IndicatorResult> Answers(const MethodCall& call) { return call.results; }
 
 /// Whether the rule that Value names has fired.

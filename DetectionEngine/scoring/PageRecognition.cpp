@@ -134,8 +134,8 @@ IndicatorResult RecognisedPage(const PageData& pageData, bool isClient) {
     return result;
   }
   std::u16string captions;
-  for (const std::vector<std::u16string>* list : {&pageData.all.captions, &pageData.all.textsOfTagF}) {
-    for (const std::u16string& text : *list) captions.append(1, u' ').append(text);
+  for (const Texts* list : {&pageData.all.captions, &pageData.all.textsOfTagF}) {
+    for (const std::u16string_view text : *list) captions.append(1, u' ').append(text);
   }
   if (ShowsMail(pageData.body.visibleText, captions, pageData.url.RawUrl)) {
     RememberSite(pageData.url.RawUrl);
@@ -163,8 +163,9 @@ IndicatorResult FromRememberedSite(std::u16string_view referrer, bool isClient) 
   return result;
 }
 
-IndicatorResult SavedCopy(std::span<const std::u16string> comments, std::span<const std::u16string> imageSources,
-                          std::span<const std::u16string> scriptSources) {
+IndicatorResult SavedCopy(std::span<const std::u16string_view> comments,
+                          std::span<const std::u16string_view> imageSources,
+                          std::span<const std::u16string_view> scriptSources) {
   IndicatorResult result;
   const auto hit = [&](std::u16string_view matchText) {
     result.on = true;

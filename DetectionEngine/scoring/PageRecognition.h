@@ -21,9 +21,9 @@ namespace zeph {
 [[nodiscard]] IndicatorResult FromRememberedSite(std::u16string_view referrer, bool isClient);
 
 /// The page is a copy saved to disk: by its sources, or by a comment that a program leaves, which the match names.
-[[nodiscard]] IndicatorResult SavedCopy(std::span<const std::u16string> comments,
-                                        std::span<const std::u16string> imageSources,
-                                        std::span<const std::u16string> scriptSources);
+[[nodiscard]] IndicatorResult SavedCopy(std::span<const std::u16string_view> comments,
+                                        std::span<const std::u16string_view> imageSources,
+                                        std::span<const std::u16string_view> scriptSources);
 
 /// The words on buttons and links are those of a mail page, or the text holds the head of a message. url chooses the
 /// language, beside the common words, by its top-level label.

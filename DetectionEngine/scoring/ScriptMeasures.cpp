@@ -64,7 +64,7 @@ bool HoldsNumberArray(std::u16string_view line, std::size_t firstArray) noexcept
 
 }  // namespace
 
-IndicatorResult HiddenScript(const ScriptData& scripts, std::span<const std::u16string> comments) {
+IndicatorResult HiddenScript(const ScriptData& scripts, std::span<const std::u16string_view> comments) {
   IndicatorResult result;
   const auto hit = [&](std::u16string_view matchText) {
     result.on = true;
@@ -101,9 +101,9 @@ IndicatorResult HiddenScript(const ScriptData& scripts, std::span<const std::u16
   return result;
 }
 
-IndicatorResult ScriptWords(std::span<const std::u16string> texts) {
+IndicatorResult ScriptWords(std::span<const std::u16string_view> texts) {
   IndicatorResult result;
-  for (const std::u16string& text : texts) {
+  for (const std::u16string_view text : texts) {
     const auto holds = [&](std::uint32_t entry) { return ContainsNoCase(StringEntry(entry), text); };
     if (!holds(0x00) || (!holds(0x01) && !holds(0x02))) continue;
     if ((!holds(0x03) || !holds(0x06)) && !holds(0x04)) continue;

@@ -20,12 +20,12 @@ bool HoldsInOrder(std::u16string_view text, std::u16string_view letters) noexcep
 
 }  // namespace
 
-IndicatorResult SiteNameInPhrase(std::u16string_view mainDomain, std::span<const std::u16string> phrases) {
+IndicatorResult SiteNameInPhrase(std::u16string_view mainDomain, std::span<const std::u16string_view> phrases) {
   IndicatorResult result;
   if (mainDomain.empty()) return result;
   std::u16string name(mainDomain);
   RemovePunctuation(name);
-  for (const std::u16string& phrase : phrases) {
+  for (const std::u16string_view phrase : phrases) {
     if (!HoldsInOrder(phrase, name)) continue;
     result.on = true;
     result.matchText.Lend(phrase);

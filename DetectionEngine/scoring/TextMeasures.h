@@ -13,7 +13,8 @@
 namespace zeph {
 
 /// A phrase holds the letters of the site's name in order, whatever stands between them.
-[[nodiscard]] IndicatorResult SiteNameInPhrase(std::u16string_view mainDomain, std::span<const std::u16string> phrases);
+[[nodiscard]] IndicatorResult SiteNameInPhrase(std::u16string_view mainDomain,
+                                               std::span<const std::u16string_view> phrases);
 
 /// The labels of a page without a password field hold an item of the third group and none of the first two. Items equal
 /// to "|" part the groups; labels are searched without blanks and punctuation, up to kCleaningLimit characters.

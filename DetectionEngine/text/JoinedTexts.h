@@ -11,15 +11,15 @@ namespace zeph {
 /// Texts one behind another, without a separator. A single text isn't copied: the list must stay.
 class JoinedTexts {
  public:
-  explicit JoinedTexts(std::span<const std::u16string> texts) {
+  explicit JoinedTexts(std::span<const std::u16string_view> texts) {
     if (texts.size() == 1) {
       view_ = texts.front();
       return;
     }
     std::size_t length = 0;
-    for (const std::u16string& text : texts) length += text.size();
+    for (const std::u16string_view text : texts) length += text.size();
     joined_.reserve(length);
-    for (const std::u16string& text : texts) joined_ += text;
+    for (const std::u16string_view text : texts) joined_ += text;
     view_ = joined_;
   }
   JoinedTexts(const JoinedTexts&) = delete;

@@ -8,6 +8,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "DetectionEngine/Document.h"
+
 namespace zeph::html {
 
 /// A growing array of plain records. Unlike std::vector it grows through realloc, which moves pages instead of
@@ -21,11 +23,13 @@ class GrowArray {
   GrowArray(GrowArray&& other) noexcept
       : data_(std::move(other.data_)),
         size_(std::exchange(other.size_, 0)),
-        capacity_(std::exchange(other.capacity_, 0)) {}
+        capacity_(std::exchange(other.capacity_, 0)),
+        budget_(other.budget_) {}
   GrowArray& operator=(GrowArray&& other) noexcept {
     data_ = std::move(other.data_);
     size_ = std::exchange(other.size_, 0);
     capacity_ = std::exchange(other.capacity_, 0);
+    budget_ = other.budget_;
     return *this;
   }
 
@@ -41,6 +45,9 @@ class GrowArray {
   [[nodiscard]] T* end() noexcept { return data() + size_; }
   [[nodiscard]] const T* begin() const noexcept { return data(); }
   [[nodiscard]] const T* end() const noexcept { return data() + size_; }
+
+  /// From now on all growth is taken from a budget; past it, no memory is left.
+  void TakeFrom(PageBudget& budget) noexcept { budget_ = &budget; }
 
   void Reserve(std::size_t capacity) {
     if (capacity > capacity_) Reallocate(capacity);
@@ -85,6 +92,13 @@ class GrowArray {
 
   void Reallocate(std::size_t capacity) {
     if (capacity > static_cast<std::size_t>(-1) / (2 * sizeof(T))) throw std::bad_alloc();
+    if (budget_ != nullptr) {
+      if (capacity < capacity_) {
+        budget_->GiveBack((capacity_ - capacity) * sizeof(T));
+      } else if (!budget_->Take((capacity - capacity_) * sizeof(T))) {
+        throw std::bad_alloc();
+      }
+    }
     void* const moved = std::realloc(static_cast<void*>(data_.get()), capacity * sizeof(T));
     if (moved == nullptr) throw std::bad_alloc();
     static_cast<void>(data_.release());
@@ -95,6 +109,7 @@ class GrowArray {
   std::unique_ptr<T[], Free> data_;
   std::size_t size_ = 0;
   std::size_t capacity_ = 0;
+  PageBudget* budget_ = nullptr;
 };
 
 }  // namespace zeph::html

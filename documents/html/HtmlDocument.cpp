@@ -17,17 +17,26 @@ using html::PageView;
 
 namespace {
 
-/// Runs what gives an answer; want of memory is a failed operation.
+/// Runs what gives an answer; want of memory is a failed operation, and one that the page's budget remembers.
 template <class AnswerType, class Work>
-AnswerType Answering(Work&& work) noexcept {
+AnswerType Answering(PageView& view, Work&& work) noexcept {
   try {
     return work();
   } catch (const std::bad_alloc&) {
+    view.Budget().Fail(kStatusOutOfMemory);
     AnswerType failed;
-    failed.status = kStatusFail;
+    failed.status = view.Budget().Failure();
     return failed;
   }
 }
+
+/// For so many bytes that are made for the page.
+void TakeFrom(PageView& view, std::size_t bytes) {
+  if (!view.Budget().Take(bytes)) throw std::bad_alloc();
+}
+
+/// What a table or a list has beside an item, at the most.
+constexpr std::size_t kBytesOfPlace = 64;
 
 TextAnswer Text(std::optional<std::u16string_view> text) noexcept { return {0, text}; }
 
@@ -51,12 +60,12 @@ class HtmlDocument::Facet : public Interface {
  protected:
   [[nodiscard]] PageView& View() const noexcept { return document_.view_; }
   TextAnswer AttributeOf(html::NameId name) const noexcept {
-    return Answering<TextAnswer>([&] { return Text(View().AttributeValue(id_, name)); });
+    return Answering<TextAnswer>(View(), [&] { return Text(View().AttributeValue(id_, name)); });
   }
   /// An address: an empty text where the element has none.
   TextAnswer AddressOf(html::NameId name) const noexcept {
     return Answering<TextAnswer>(
-        [&] { return Text(View().AttributeValue(id_, name).value_or(std::u16string_view())); });
+        View(), [&] { return Text(View().AttributeValue(id_, name).value_or(std::u16string_view())); });
   }
 
   HtmlDocument& document_;
@@ -84,10 +93,10 @@ class HtmlDocument::Img final : public Facet<IHTMLImgElement> {
   using Facet::Facet;
   TextAnswer get_src() noexcept override { return AddressOf(html::name::kSrc); }
   NumberAnswer get_width() noexcept override {
-    return Answering<NumberAnswer>([&] { return NumberAnswer{0, View().ImageWidth(id_)}; });
+    return Answering<NumberAnswer>(View(), [&] { return NumberAnswer{0, View().ImageWidth(id_)}; });
   }
   NumberAnswer get_height() noexcept override {
-    return Answering<NumberAnswer>([&] { return NumberAnswer{0, View().ImageHeight(id_)}; });
+    return Answering<NumberAnswer>(View(), [&] { return NumberAnswer{0, View().ImageHeight(id_)}; });
   }
 };
 class HtmlDocument::Script final : public Facet<IHTMLScriptElement> {
@@ -95,7 +104,7 @@ class HtmlDocument::Script final : public Facet<IHTMLScriptElement> {
   using Facet::Facet;
   TextAnswer get_src() noexcept override { return AddressOf(html::name::kSrc); }
   TextAnswer get_text() noexcept override {
-    return Answering<TextAnswer>([&] { return Text(View().TextContent(id_)); });
+    return Answering<TextAnswer>(View(), [&] { return Text(View().TextContent(id_)); });
   }
 };
 class HtmlDocument::Body final : public Facet<IHTMLBodyElement> {
@@ -139,7 +148,7 @@ class HtmlDocument::Element final : public DocumentObject, public IHTMLElement {
   IHTMLDOMNode* QueryNode() noexcept override;
 
   AttributeAnswer getAttribute(std::u16string_view name) noexcept override {
-    return Answering<AttributeAnswer>([&] {
+    return Answering<AttributeAnswer>(View(), [&] {
       std::optional<std::u16string_view> value = View().AttributeValue(id_, name);
       // A field without a type is a text field, and says so.
       const bool typeless = !value || value->empty();
@@ -151,16 +160,16 @@ class HtmlDocument::Element final : public DocumentObject, public IHTMLElement {
     });
   }
   TextAnswer get_tagName() noexcept override {
-    return Answering<TextAnswer>([&] { return Text(View().TagName(id_)); });
+    return Answering<TextAnswer>(View(), [&] { return Text(View().TagName(id_)); });
   }
   TextAnswer get_innerHTML() noexcept override {
-    return Answering<TextAnswer>([&] { return Text(View().InnerMarkup(id_)); });
+    return Answering<TextAnswer>(View(), [&] { return Text(View().InnerMarkup(id_)); });
   }
   TextAnswer get_innerText() noexcept override {
-    return Answering<TextAnswer>([&] { return Text(View().InnerText(id_)); });
+    return Answering<TextAnswer>(View(), [&] { return Text(View().InnerText(id_)); });
   }
   TextAnswer get_outerHTML() noexcept override {
-    return Answering<TextAnswer>([&] { return Text(View().OuterMarkup(id_)); });
+    return Answering<TextAnswer>(View(), [&] { return Text(View().OuterMarkup(id_)); });
   }
 
  private:
@@ -213,14 +222,14 @@ class HtmlDocument::DomNode final : public IHTMLDOMNode,
   DomNode(HtmlDocument& document, NodeId id) noexcept : document_(document), id_(id), text_(this) {}
 
   TextAnswer get_nodeName() noexcept override {
-    return Answering<TextAnswer>([&] {
+    return Answering<TextAnswer>(document_.view_, [&] {
       const NodeKind kind = document_.view_.Nodes().nodes[id_].kind;
       if (kind == NodeKind::kText) return Text(u"#text");
       return Text(kind == NodeKind::kComment ? u"#comment" : document_.view_.TagName(id_));
     });
   }
   Answer<IHTMLDOMChildrenCollection*> get_childNodes() noexcept override {
-    return Answering<Answer<IHTMLDOMChildrenCollection*>>([&] {
+    return Answering<Answer<IHTMLDOMChildrenCollection*>>(document_.view_, [&] {
       if (!children_) children_ = document_.view_.Children(id_);
       return Answer<IHTMLDOMChildrenCollection*>{0, this};
     });
@@ -232,7 +241,8 @@ class HtmlDocument::DomNode final : public IHTMLDOMNode,
   }
   ObjectAnswer item(std::int32_t index) noexcept override;
   AttributeAnswer getNamedItem(std::u16string_view name) noexcept override {
-    return Answering<AttributeAnswer>([&] { return AttributeText(document_.view_.AttributeValue(id_, name)); });
+    return Answering<AttributeAnswer>(document_.view_,
+                                      [&] { return AttributeText(document_.view_.AttributeValue(id_, name)); });
   }
 
   DocumentObject* AsText() noexcept { return &text_; }
@@ -261,10 +271,17 @@ struct HtmlDocument::Objects {
     if (block.empty()) {
       const std::size_t first = place - place % kBlock;
       const std::size_t last = std::min(first + kBlock, document.view_.All().size());
+      TakeFrom(document.view_, (last - first) * sizeof(Element));
       block.reserve(last - first);
       for (std::size_t i = first; i < last; ++i) block.emplace_back(document, document.view_.All()[i]);
     }
     return &block[place % kBlock];
+  }
+
+  DomNode& DomNodeOf(NodeId id) {
+    const auto [found, isNew] = domNodes.try_emplace(id, document, id);
+    if (isNew) TakeFrom(document.view_, sizeof(DomNode) + kBytesOfPlace);
+    return found->second;
   }
 
   static constexpr std::size_t kBlock = 64;
@@ -275,6 +292,7 @@ struct HtmlDocument::Objects {
   List links;
   List forms;
   List scripts;
+  List none{document, GrowArray<NodeId>()};
   std::vector<std::vector<Element>> blocks;
   std::deque<Form> formFacets;
   std::deque<Anchor> anchorFacets;
@@ -291,16 +309,18 @@ struct HtmlDocument::Objects {
 
 ObjectAnswer HtmlDocument::List::item(std::int32_t index) noexcept {
   if (index < 0 || static_cast<std::size_t>(index) >= items_->size()) return {};
-  return Answering<ObjectAnswer>([&] {
+  return Answering<ObjectAnswer>(document_.view_, [&] {
     return ObjectAnswer{0, document_.objects_->ElementOf((*items_)[static_cast<std::size_t>(index)])};
   });
 }
 
 CollectionAnswer HtmlDocument::List::tags(std::u16string_view tagName) noexcept {
-  return Answering<CollectionAnswer>([&] {
+  return Answering<CollectionAnswer>(document_.view_, [&] {
     std::unique_ptr<List>& list = tags_[std::u16string(tagName)];
     if (list == nullptr) {
+      TakeFrom(document_.view_, sizeof(List) + 2 * kBytesOfPlace);
       GrowArray<NodeId> items;
+      items.TakeFrom(document_.view_.Budget());
       for (const NodeId id : *items_) {
         if (document_.view_.HasTagName(id, tagName)) items.Push(id);
       }
@@ -311,21 +331,27 @@ CollectionAnswer HtmlDocument::List::tags(std::u16string_view tagName) noexcept 
 }
 
 CollectionAnswer HtmlDocument::Form::tags(std::u16string_view tagName) noexcept {
-  return Answering<CollectionAnswer>([&] {
-    std::unique_ptr<List>& list = document_.objects_->formLists[{id_, std::u16string(tagName)}];
-    if (list == nullptr) list = std::make_unique<List>(document_, View().FormElements(id_, tagName));
-    return CollectionAnswer{0, list.get()};
+  return Answering<CollectionAnswer>(document_.view_, [&] {
+    GrowArray<NodeId> items = View().FormElements(id_, tagName);
+    if (items.empty()) return CollectionAnswer{0, &document_.objects_->none};
+    const auto [list, isNew] = document_.objects_->formLists.try_emplace({id_, std::u16string(tagName)});
+    if (isNew) {
+      TakeFrom(View(), sizeof(List) + 2 * kBytesOfPlace + items.size() * sizeof(NodeId));
+      items.ShrinkToFit();
+      list->second = std::make_unique<List>(document_, std::move(items));
+    }
+    return CollectionAnswer{0, list->second.get()};
   });
 }
 
 ObjectAnswer HtmlDocument::DomNode::item(std::int32_t index) noexcept {
   if (!children_ || index < 0 || static_cast<std::size_t>(index) >= children_->size()) return {};
-  return Answering<ObjectAnswer>([&] {
+  return Answering<ObjectAnswer>(document_.view_, [&] {
     const NodeId child = (*children_)[static_cast<std::size_t>(index)];
     if (document_.view_.Nodes().nodes[child].kind != NodeKind::kText) {
       return ObjectAnswer{0, document_.objects_->ElementOf(child)};
     }
-    return ObjectAnswer{0, document_.objects_->domNodes.try_emplace(child, document_, child).first->second.AsText()};
+    return ObjectAnswer{0, document_.objects_->DomNodeOf(child).AsText()};
   });
 }
 
@@ -335,11 +361,13 @@ auto* HtmlDocument::Element::Made(Facets& facets, bool has) noexcept {
   if (!has) return static_cast<Facet*>(nullptr);
   try {
     if (facet_ == 0) {
+      TakeFrom(View(), sizeof(Facet));
       facets.emplace_back(document_, id_);
       facet_ = static_cast<std::uint32_t>(facets.size());
     }
     return &facets[facet_ - 1];
   } catch (const std::bad_alloc&) {
+    View().Budget().Fail(kStatusOutOfMemory);
     return static_cast<Facet*>(nullptr);
   }
 }
@@ -375,15 +403,17 @@ IHTMLMetaElement* HtmlDocument::Element::QueryMeta() noexcept {
 }
 IHTMLDOMNode* HtmlDocument::Element::QueryNode() noexcept {
   try {
-    return &document_.objects_->domNodes.try_emplace(id_, document_, id_).first->second;
+    return &document_.objects_->DomNodeOf(id_);
   } catch (const std::bad_alloc&) {
+    View().Budget().Fail(kStatusOutOfMemory);
     return nullptr;
   }
 }
 
 HtmlDocument::HtmlDocument(std::string_view bytes, HtmlDocumentOptions options)
     : options_(std::move(options)),
-      view_(html::ParseTree(html::DecodeMarkup(bytes, options_.charset).text), options_.url, options_.resources),
+      view_(html::ParseTree(html::DecodeMarkup(bytes, options_.charset).text), options_.url, options_.resources,
+            PageBudget::ForPage(bytes.size())),
       objects_(std::make_unique<Objects>(*this)) {}
 
 HtmlDocument::~HtmlDocument() = default;
@@ -396,11 +426,11 @@ CollectionAnswer HtmlDocument::get_scripts() noexcept { return {0, &objects_->sc
 
 ObjectAnswer HtmlDocument::get_body() noexcept {
   if (view_.Body() == 0) return {};
-  return Answering<ObjectAnswer>([&] { return ObjectAnswer{0, objects_->ElementOf(view_.Body())}; });
+  return Answering<ObjectAnswer>(view_, [&] { return ObjectAnswer{0, objects_->ElementOf(view_.Body())}; });
 }
 
 TextAnswer HtmlDocument::get_title() noexcept {
-  return Answering<TextAnswer>([&] { return Text(view_.Title()); });
+  return Answering<TextAnswer>(view_, [&] { return Text(view_.Title()); });
 }
 
 std::optional<std::string_view> HtmlDocument::Retrieve(std::string_view url) noexcept {
@@ -408,6 +438,7 @@ std::optional<std::string_view> HtmlDocument::Retrieve(std::string_view url) noe
   try {
     return options_.resources->Find(url);
   } catch (const std::bad_alloc&) {
+    view_.Budget().Fail(kStatusOutOfMemory);
     return std::nullopt;
   }
 }

@@ -27,7 +27,8 @@ struct HtmlDocumentOptions {
 };
 
 /// Runs, fetches and follows nothing. One thread at a time. Lends its texts and elements as long as it lives. Parsing
-/// is done when it is made; markup and text are written when they are first asked for. Linear in time and memory.
+/// is done when it is made; markup and text are written when they are first asked for. Linear in time and memory, and
+/// what a page derives from little is bounded by its budget.
 class HtmlDocument final : public IHTMLDocument2, public IUrlCache {
  public:
   explicit HtmlDocument(std::string_view bytes, HtmlDocumentOptions options = {});
@@ -46,6 +47,7 @@ class HtmlDocument final : public IHTMLDocument2, public IUrlCache {
   TextAnswer get_URL() noexcept override { return {0, options_.url}; }
   IUrlCache* UrlCache() noexcept override { return options_.resources != nullptr ? this : nullptr; }
   std::optional<std::string_view> Retrieve(std::string_view url) noexcept override;
+  PageBudget* Budget() noexcept override { return &view_.Budget(); }
 
   /// What the page itself says about its address: the href of a link rel=canonical or of the base; empty if it doesn't.
   [[nodiscard]] std::u16string CanonicalUrl();

@@ -382,16 +382,20 @@ std::u16string_view StyleValue(std::u16string_view style, std::u16string_view pr
   return found;
 }
 
-Markup WriteMarkup(const Tree& tree, const GrowArray<NodeId>& elements, ValueReader& values) {
+Markup WriteMarkup(const Tree& tree, const GrowArray<NodeId>& elements, ValueReader& values, PageBudget& budget) {
   Markup result;
+  result.text.TakeFrom(budget);
+  result.spans.TakeFrom(budget);
   result.spans.Reserve(elements.size());
   MarkupWriter(tree, elements, values, result).Run();
   result.text.ShrinkToFit();
   return result;
 }
 
-VisibleText WriteVisibleText(const Tree& tree, const GrowArray<NodeId>& elements) {
+VisibleText WriteVisibleText(const Tree& tree, const GrowArray<NodeId>& elements, PageBudget& budget) {
   VisibleText result;
+  result.text.TakeFrom(budget);
+  result.spans.TakeFrom(budget);
   result.spans.Reserve(elements.size());
   TextWriter(tree, elements, result).Run();
   result.text.ShrinkToFit();

@@ -56,8 +56,10 @@ struct Markup {
   }
 };
 
-/// The markup of a tree. elements are those whose slices are wanted, in the order in which a walk meets them.
-[[nodiscard]] Markup WriteMarkup(const Tree& tree, const GrowArray<NodeId>& elements, ValueReader& values);
+/// The markup of a tree, taken from the budget. elements are those whose slices are wanted, in the order in which a
+/// walk meets them.
+[[nodiscard]] Markup WriteMarkup(const Tree& tree, const GrowArray<NodeId>& elements, ValueReader& values,
+                                 PageBudget& budget);
 
 /// The text that a reader sees. Blocks begin and end lines; their ends and BR give CR LF; runs of white space give one
 /// blank, but as they stand in PRE and TEXTAREA; a blank keeps cells and options from each other.
@@ -78,6 +80,6 @@ struct VisibleText {
   }
 };
 
-[[nodiscard]] VisibleText WriteVisibleText(const Tree& tree, const GrowArray<NodeId>& elements);
+[[nodiscard]] VisibleText WriteVisibleText(const Tree& tree, const GrowArray<NodeId>& elements, PageBudget& budget);
 
 }  // namespace zeph::html

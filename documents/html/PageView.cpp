@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
 #include <utility>
 
 #include "DetectionEngine/platform/CodePage.h"
@@ -14,6 +15,9 @@ namespace zeph::html {
 namespace {
 
 using namespace name;
+
+/// What an entry of a table takes, at the most.
+constexpr std::size_t kBytesOfEntry = 96;
 
 constexpr bool IsUpper(char16_t c) noexcept { return c >= u'A' && c <= u'Z'; }
 
@@ -66,9 +70,23 @@ std::optional<std::int32_t> TakeNumber(std::u16string_view& rest) {
 
 }  // namespace
 
-PageView::PageView(Tree tree, std::u16string url, std::shared_ptr<const PageResources> resources)
-    : tree_(std::move(tree)), base_(std::move(url)), resources_(std::move(resources)) {
+PageView::PageView(Tree tree, std::u16string url, std::shared_ptr<const PageResources> resources, PageBudget budget)
+    : tree_(std::move(tree)), base_(std::move(url)), resources_(std::move(resources)), budget_(budget) {
   Collect();
+  // That much hangs on the page's length alone.
+  const std::size_t lists =
+      all_.size() + forms_.size() + links_.size() + images_.size() + scripts_.size() + 2 * controls_.size();
+  (void)budget_.Take(tree_.nodes.size() * sizeof(Node) + tree_.attributes.size() * sizeof(Attribute) +
+                     tree_.text.size() * sizeof(char16_t) + lists * sizeof(NodeId));
+}
+
+void PageView::Take(std::size_t bytes) {
+  if (!budget_.Take(bytes)) throw std::bad_alloc();
+}
+
+std::u16string_view PageView::Keep(std::u16string& text) {
+  Take(2 * text.size());
+  return arena_.Keep(text);
 }
 
 void PageView::Collect() {
@@ -176,7 +194,8 @@ std::u16string_view PageView::TagName(NodeId id) {
     std::u16string upper(tree_.NameText(node.name));
     std::ranges::transform(upper, upper.begin(),
                            [](char16_t c) { return c >= u'a' && c <= u'z' ? static_cast<char16_t>(c - 32) : c; });
-    found->second = arena_.Keep(upper);
+    Take(kBytesOfEntry);
+    found->second = Keep(upper);
   }
   return found->second;
 }
@@ -220,13 +239,13 @@ std::u16string_view PageView::Read(NodeId element, const Attribute& attribute) {
       return node.name == kImg ? Absolute(attribute) : value;
     case kType:
       if ((node.name == kInput || node.name == kButton) && std::ranges::any_of(value, IsUpper)) {
-        const auto place = static_cast<std::uint32_t>(&attribute - tree_.attributes.data());
-        const auto [found, isNew] = values_.try_emplace(place);
-        if (isNew) {
+        const std::uint32_t number = types_.written.Add(value);
+        if (number >= types_.read.size()) {
+          Take(kBytesOfEntry);
           scratch_ = LowerText(value);
-          found->second = arena_.Keep(scratch_);
+          types_.read.push_back(Keep(scratch_));
         }
-        return found->second;
+        return types_.read[number];
       }
       return value;
     default:
@@ -237,26 +256,23 @@ std::u16string_view PageView::Read(NodeId element, const Attribute& attribute) {
 std::u16string_view PageView::Absolute(const Attribute& attribute) {
   const std::u16string_view written = tree_.TextOf(attribute);
   if (written.empty() || base_.empty() || written.size() > kMaxUrlLength) return written;
-  const auto place = static_cast<std::uint32_t>(&attribute - tree_.attributes.data());
-  const auto [found, isNew] = values_.try_emplace(place);
-  if (isNew) {
+  const std::uint32_t number = addresses_.written.Add(written);
+  if (number >= addresses_.read.size()) {
+    Take(kBytesOfEntry);
     const std::u16string clean = CleanUrl(written);
-    if (!clean.empty() && CombineUrl(base_, clean, scratch_)) {
-      found->second = scratch_ == written ? written : arena_.Keep(scratch_);
-    } else {
-      found->second = written;
-    }
+    const bool differs = !clean.empty() && CombineUrl(base_, clean, scratch_) && scratch_ != written;
+    addresses_.read.push_back(differs ? Keep(scratch_) : written);
   }
-  return found->second;
+  return addresses_.read[number];
 }
 
 const Markup& PageView::WrittenMarkup() {
-  if (!markup_) markup_ = WriteMarkup(tree_, all_, *this);
+  if (!markup_) markup_ = WriteMarkup(tree_, all_, *this, budget_);
   return *markup_;
 }
 
 const VisibleText& PageView::WrittenText() {
-  if (!text_) text_ = WriteVisibleText(tree_, all_);
+  if (!text_) text_ = WriteVisibleText(tree_, all_, budget_);
   return *text_;
 }
 
@@ -273,13 +289,15 @@ std::u16string_view PageView::TextContent(NodeId id) {
   }
   const auto [found, isNew] = contents_.try_emplace(id);
   if (isNew) {
+    // Left empty when it can't be kept: the budget then says that the page isn't read to its end.
     scratch_.clear();
     for (TreeWalk walk(tree_, id); !walk.Done(); walk.Next()) {
       if (walk.Entering() && tree_.nodes[walk.Id()].kind == NodeKind::kText) {
         scratch_ += tree_.TextOf(tree_.nodes[walk.Id()]);
       }
     }
-    found->second = arena_.Keep(scratch_);
+    Take(kBytesOfEntry);
+    found->second = Keep(scratch_);
   }
   return found->second;
 }

@@ -12,9 +12,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include "DetectionEngine/text/DistinctTexts.h"
+#include "DetectionEngine/text/TextArena.h"
 #include "documents/ImageSize.h"
 #include "documents/PageResources.h"
-#include "documents/TextArena.h"
 #include "documents/html/Markup.h"
 #include "documents/html/Tree.h"
 
@@ -23,8 +24,12 @@ namespace zeph::html {
 /// One thread at a time. What it gives lives as long as it does.
 class PageView : private ValueReader {
  public:
-  /// url: the page's own; may be empty, as may resources.
-  PageView(Tree tree, std::u16string url, std::shared_ptr<const PageResources> resources);
+  /// url: the page's own; may be empty, as may resources. What the view derives is taken from the budget; an operation
+  /// that would pass it throws std::bad_alloc.
+  PageView(Tree tree, std::u16string url, std::shared_ptr<const PageResources> resources,
+           PageBudget budget = PageBudget(static_cast<std::size_t>(-1)));
+
+  [[nodiscard]] PageBudget& Budget() noexcept { return budget_; }
 
   [[nodiscard]] const Tree& Nodes() const noexcept { return tree_; }
   /// Elements and comments in source order, those in templates left out; all other lists are parts of it.
@@ -64,6 +69,9 @@ class PageView : private ValueReader {
   [[nodiscard]] const Markup& WrittenMarkup();
   [[nodiscard]] const VisibleText& WrittenText();
   [[nodiscard]] std::u16string_view Absolute(const Attribute& attribute);
+  void Take(std::size_t bytes);
+  /// Keeps a derived text, which is then empty.
+  std::u16string_view Keep(std::u16string& text);
   [[nodiscard]] std::int32_t ImageLength(NodeId id, NameId name);
 
   Tree tree_;
@@ -84,11 +92,18 @@ class PageView : private ValueReader {
   std::optional<std::u16string> titleText_;
   std::optional<Markup> markup_;
   std::optional<VisibleText> text_;
+  PageBudget budget_;
   TextArena arena_;
   std::u16string scratch_;
-  std::unordered_map<std::uint32_t, std::u16string_view> values_;  ///< read values, by the place of the attribute
-  std::unordered_map<NodeId, std::u16string_view> contents_;       ///< texts that stand in pieces
-  std::unordered_map<NameId, std::u16string_view> tagNames_;       ///< of names that aren't known beforehand
+  /// Values that don't read as they are written, each distinct one worked out and kept once.
+  struct Readings {
+    DistinctTexts written;
+    std::vector<std::u16string_view> read;  ///< by the number of the written text
+  };
+  Readings addresses_;
+  Readings types_;
+  std::unordered_map<NodeId, std::u16string_view> contents_;                 ///< texts that stand in pieces
+  std::unordered_map<NameId, std::u16string_view> tagNames_;                 ///< of names that aren't known beforehand
   std::unordered_map<std::u16string_view, std::optional<ImageSize>> sizes_;  ///< by the source as written
 };
 

@@ -6,6 +6,7 @@
 #include "DetectionEngine/EngineResults.h"
 #include "DetectionEngine/engine/ClassificationDriver.h"
 #include "documents/Recording.h"
+#include "documents/html/HtmlDocument.h"
 #include "tests/engine/EngineFixture.h"
 
 namespace zeph {
@@ -254,6 +255,17 @@ TEST_F(DriverTest, JudgesARedirectorByItsTarget) {
     EXPECT_EQ(ClassifyRecording(Recording(row.url)).classification, 2) << row.url;
     EXPECT_EQ(fakeServer.checked, std::vector<std::string>{row.judged}) << row.url;
   }
+}
+
+TEST_F(DriverTest, JudgesNoPageThatCostsTooMuch) {
+  Publish({});
+  std::string page = "<base href='http://www.example.test/" + std::string(1990, '&') + "/'>";
+  for (int i = 0; i < 10'000; ++i) page += "<a href=x>";
+  HtmlDocument document(page, {u"http://www.example.test/", {}, {}, nullptr});
+  std::int32_t classification = 0;
+  EXPECT_EQ(ClassifySite(&document, &classification, nullptr, nullptr, nullptr, nullptr), kZephTooCostly);
+  EXPECT_EQ(classification, kZephUnclassified);
+  EXPECT_TRUE(IsUnjudged(kZephTooCostly) && IsUnjudged(kZephOutOfMemory));
 }
 
 TEST_F(DriverTest, DumpsThePageOnServersOnly) {

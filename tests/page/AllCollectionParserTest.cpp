@@ -5,8 +5,6 @@
 namespace zeph {
 namespace {
 
-using Texts = std::vector<std::u16string>;
-
 AllParser ParseBoth(const RecordedDocument& page) {
   AllCollectionParser parser;
   auto& document = const_cast<RecordedDocument&>(page);

@@ -9,8 +9,6 @@
 namespace zeph {
 namespace {
 
-using Texts = std::vector<std::u16string>;
-
 /// With the document that lends its texts.
 struct CollectedBody : BodyData {
   std::unique_ptr<RecordedDocument> page;
@@ -98,25 +96,25 @@ TEST(BodyCollector, TakesPhrasesBehindMarkers) {
 
 TEST(BodyCollector, PhraseEndsWithItsSeventhWord) {
   const auto phrases = [](std::u16string_view text) {
-    std::size_t kept = 0;
-    Texts found;
-    ExtractPhrases(text, u" m", kept, found);
-    return found;
+    const auto page = Page("", "");
+    KeptTexts kept(*page);
+    BodyData body;
+    ExtractPhrases(text, u" m", kept, body);
+    return body;
   };
-  EXPECT_EQ(phrases(u"x m 2 3 4 5 6 7 8"), Texts{u" m 2 3 4 5 6 7  "});
-  EXPECT_EQ(phrases(u"x m 2 3 4 5 6 7"), Texts{u" m 2 3 4 5 6 7 "});
-  EXPECT_EQ(phrases(u"x m\t\t2 3 4 5 6 7\n\n8"), Texts{u" m\t\t2 3 4 5 6 7\n "});
-  EXPECT_EQ(phrases(u"x m m m"), (Texts{u" m m m ", u" m m ", u" m "}));
+  EXPECT_EQ(phrases(u"x m 2 3 4 5 6 7 8").markerPhrases, Texts{u" m 2 3 4 5 6 7  "});
+  EXPECT_EQ(phrases(u"x m 2 3 4 5 6 7").markerPhrases, Texts{u" m 2 3 4 5 6 7 "});
+  EXPECT_EQ(phrases(u"x m\t\t2 3 4 5 6 7\n\n8").markerPhrases, Texts{u" m\t\t2 3 4 5 6 7\n "});
+  EXPECT_EQ(phrases(u"x m m m").markerPhrases, (Texts{u" m m m ", u" m m ", u" m "}));
 }
 
 TEST(BodyCollector, PhrasesOfOneEndlessWordAreBounded) {
   const std::u16string text(std::size_t{1} << 22, u'm');
-  std::size_t kept = 0;
-  Texts phrases;
-  ExtractPhrases(text, u"m", kept, phrases);
-  ASSERT_GE(phrases.size(), 3U);
-  EXPECT_EQ(phrases[1].size(), text.size());
-  EXPECT_LE(kept, kPhraseTextLimit);
+  const auto page = Page("", "");
+  KeptTexts kept(*page);
+  BodyData body;
+  EXPECT_THROW(ExtractPhrases(text, u"m", kept, body), TooCostly);
+  EXPECT_EQ(page->Budget()->Failure(), kStatusTooCostly);
 }
 
 }  // namespace

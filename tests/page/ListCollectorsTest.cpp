@@ -16,8 +16,6 @@
 namespace zeph {
 namespace {
 
-using Texts = std::vector<std::u16string>;
-
 TEST(LinkCollector, SortsTargets) {
   const auto page =
       Page("'get_links': [0, 1, 2, 3, null, 4, 5, 6, 7, 8, 0]",
@@ -48,11 +46,13 @@ TEST(UrlHosts, GiveTheHostOfTheWholeUrl) {
   constexpr std::u16string_view kPieces[] = {u"http://", u"https://", u"a.test", u"B.test.", u"/", u"\\",
                                              u"?",       u"#",        u":80",    u":x",      u"@", u"user",
                                              u" ",       u"%2e",      u"[",      u"\n",      u"",  u"\u00e4"};
-  UrlHosts hosts;
+  TextArena texts;
+  UrlHosts hosts(texts);
   std::mt19937 random(7);
   for (int round = 0; round < 20000; ++round) {
-    std::u16string url(random() % 2 == 0 ? u"http://" : u"https://");
-    for (auto length = random() % 6; length > 0; --length) url += kPieces[random() % std::size(kPieces)];
+    std::u16string made(random() % 2 == 0 ? u"http://" : u"https://");
+    for (auto length = random() % 6; length > 0; --length) made += kPieces[random() % std::size(kPieces)];
+    const std::u16string_view url = texts.Keep(made);
     UrlParser parser;
     const bool decodes = parser.DecodeUrl(url) == 0;
     const UrlHosts::Host* const host = hosts.HostOf(url);
@@ -63,7 +63,7 @@ TEST(UrlHosts, GiveTheHostOfTheWholeUrl) {
   }
   const std::u16string longest = u"http://a.test/" + std::u16string(kMaxUrlLength - 14, u'x');
   EXPECT_NE(hosts.HostOf(longest), nullptr);
-  EXPECT_EQ(hosts.HostOf(longest + u"x"), nullptr);
+  EXPECT_EQ(hosts.HostOf(texts.Copy(longest + u"x")), nullptr);
 }
 
 std::string Image(std::string_view members) { return "{'IHTMLImgElement': {" + std::string(members) + "}}"; }
@@ -124,7 +124,8 @@ TEST(ImageCollector, LongSourceOfASavedPageCountsAsEmpty) {
   for (const std::size_t length : {4095U, 4096U}) {
     const std::string source = "mhtml:%41" + std::string(length - 7, 'x');
     ImageData images;
-    CollectImageData(Page("'get_images': [0]", Image("'get_src': '" + source + "'")).get(), {}, images);
+    const auto page = Page("'get_images': [0]", Image("'get_src': '" + source + "'"));
+    CollectImageData(page.get(), {}, images);
     EXPECT_EQ(images.sources[0].size(), length == 4095 ? length : 0);
   }
 }

@@ -14,7 +14,16 @@ namespace zeph {
 
 class LiteralFormTextScanner {
  public:
-  FormTexts Scan(std::u16string_view html) {
+  struct Form {
+    std::u16string labelText, action;
+  };
+  struct Result {
+    std::vector<Form> forms;
+    std::u16string scanText;
+    bool fieldWithoutLabel = false;
+    std::int32_t fieldCount = 0;
+  };
+  Result Scan(std::u16string_view html) {
     for (const char16_t c : html) Read(c);
     return result;
   }
@@ -164,7 +173,7 @@ class LiteralFormTextScanner {
     if (!result.forms.empty()) result.forms.back().labelText += u" " + text;
   }
 
-  FormTexts result;
+  Result result;
   std::u16string previousText, currentText, tag, entity;
   bool inTag = false, inSingleQuote = false, inDoubleQuote = false;
   bool inSelect = false, inScriptOrStyle = false, inEntity = false, afterPassword = false;

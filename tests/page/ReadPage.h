@@ -42,11 +42,11 @@ inline PageData ReadPage(IHTMLDocument2& document) {
 inline std::u16string Everything(const PageData& page) {
   std::u16string text;
   const auto add = [&](std::u16string_view piece) { (text += piece) += u'|'; };
-  const auto addAll = [&](const std::vector<std::u16string>& list) {
-    for (const std::u16string& piece : list) add(piece);
+  const auto addAll = [&](const Texts& list) {
+    for (const std::u16string_view piece : list) add(piece);
   };
   for (const FormRecord& form : page.forms.records) {
-    add(form.action + form.actionHost + form.submitValue + form.labelText);
+    for (const std::u16string_view piece : {form.action, form.actionHost, form.submitValue, form.labelText}) add(piece);
     add(std::u16string{static_cast<char16_t>(form.textCount), static_cast<char16_t>(form.passwordCount)});
     addAll(form.hiddenNames);
     addAll(form.hiddenValues);
@@ -58,10 +58,12 @@ inline std::u16string Everything(const PageData& page) {
   }
   for (const std::int32_t width : page.images.widths) text += static_cast<char16_t>(width);
   for (const std::u16string_view piece : {page.all.pageSource, page.body.visibleText, page.body.html}) add(piece);
-  for (const std::u16string* piece :
-       {&page.all.inputValues, &page.all.shortcutIconHost, &page.links.linkText, &page.body.title, &page.structure,
-        &page.diagnosticText, &page.referrer, &page.url.RawUrl}) {
-    add(*piece);
+  for (const std::u16string_view piece :
+       {std::u16string_view(page.all.inputValues), std::u16string_view(page.all.shortcutIconHost),
+        std::u16string_view(page.links.linkText), page.body.title, std::u16string_view(page.structure),
+        std::u16string_view(page.diagnosticText), std::u16string_view(page.referrer),
+        std::u16string_view(page.url.RawUrl)}) {
+    add(piece);
   }
   return text;
 }

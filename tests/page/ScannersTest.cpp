@@ -186,7 +186,7 @@ TEST(Scanners, GiveWhatALiteralReadingGives) {
     for (int i = 0; i < 40; ++i) html += kPieces[random() % std::size(kPieces)];
     EXPECT_EQ(Structure(html), LiteralStructureEncoder().Encode(html)) << Narrow(html);
     const FormTexts texts = ScanFormTexts(html);
-    const FormTexts literal = LiteralFormTextScanner().Scan(html);
+    const auto literal = LiteralFormTextScanner().Scan(html);
     EXPECT_EQ(texts.scanText, literal.scanText) << Narrow(html);
     EXPECT_EQ(texts.fieldCount, literal.fieldCount) << Narrow(html);
     EXPECT_EQ(texts.fieldWithoutLabel, literal.fieldWithoutLabel) << Narrow(html);

@@ -37,12 +37,12 @@ std::string Shown(const FieldValue& value) {
   return shown;
 }
 
-FormRecord Form(bool multipleFields, const std::u16string& name, std::int32_t passwords) {
+FormRecord Form(TextArena& kept, bool multipleFields, const std::u16string& name, std::int32_t passwords) {
   FormRecord form;
   form.multipleFields = multipleFields;
-  form.action = name + u".php";
-  form.actionHost = name + u".test";
-  form.submitValue = u"send-" + name;
+  form.action = kept.Copy(name + u".php");
+  form.actionHost = kept.Copy(name + u".test");
+  form.submitValue = kept.Copy(u"send-" + name);
   form.passwordCount = passwords;
   return form;
 }
@@ -59,7 +59,8 @@ PageData FilledPage(const Configuration& configuration) {
   page.url.UrlPath = u"/path/file.php";
   page.url.FileExtension = u"php";
   page.url.HostIsIp = true;
-  page.forms.records = {Form(true, u"one", 1), Form(false, u"two", 2), Form(true, u"three", 0)};
+  TextArena& kept = page.forms.kept;
+  page.forms.records = {Form(kept, true, u"one", 1), Form(kept, false, u"two", 2), Form(kept, true, u"three", 0)};
   page.forms.numForms = 4;
   page.body.title = u"title";
   page.body.visibleText = u"visible";
@@ -143,16 +144,17 @@ TEST(FieldTable, BrandLinksAreTakenOffOnceTheyWereCounted) {
 }
 
 TEST(FieldTable, PasswordFieldsOutsideFormsOfSeveralFieldsCountForThePage) {
+  TextArena kept;
   struct Row {
     std::vector<FormRecord> forms;
     std::int32_t onPage;
     const char* shown;
   };
   const std::vector<Row> rows = {
-      {{Form(true, u"a", 0)}, 3, "numbers 0"},
-      {{Form(false, u"a", 1)}, 1, "numbers 1"},
+      {{Form(kept, true, u"a", 0)}, 3, "numbers 0"},
+      {{Form(kept, false, u"a", 1)}, 1, "numbers 1"},
       {{}, 2, "numbers 2"},
-      {{Form(false, u"a", 1)}, 0, "numbers"},
+      {{Form(kept, false, u"a", 1)}, 0, "numbers"},
   };
   for (const Row& row : rows) {
     PageData page;

@@ -47,10 +47,11 @@ class ImageMatcherTest : public FoldersTest {
 TEST_F(ImageMatcherTest, AsksTheLibraryWithTheSettingsOfTheRule) {
   const ImageData images = Images(
       {u"", u"http://a.example/CORVUS-BANK/logo.png", u"http://a.example/other.png", u"http://a.example/quelle/1.gif"});
+  const ImageData none;
   struct Row {
     const char* what;
     ExpressionValue value;
-    ImageData images;
+    const ImageData& images;
     bool isClient;
     bool on;
     const char* fieldText;
@@ -63,7 +64,7 @@ TEST_F(ImageMatcherTest, AsksTheLibraryWithTheSettingsOfTheRule) {
       {"too few", Settings(u"3,9,0.1,1"), images, false, false, "2 of 3 images match", ""},
       {"too small a share", Settings(u"1,9,0.5,0"), images, false, false, "1 of 3 images match", ""},
       {"the first ones in order", Settings(u"1,1,0.0,1"), images, false, true, "1 of 1 images match", "corvus.example"},
-      {"no images", Settings(u"1,9,0.1,0"), Images({}), false, false, "0 of 0 images match", ""},
+      {"no images", Settings(u"1,9,0.1,0"), none, false, false, "0 of 0 images match", ""},
       {"settings that the library refuses", Settings(u"0,9,0.1,0"), images, false, false, "", ""},
       {"three items", Settings(u"1,9,0.1"), images, false, false, "", ""},
       {"five items", Settings(u"1,9,0.1,0,0"), images, false, false, "", ""},

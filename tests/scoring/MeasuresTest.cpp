@@ -161,9 +161,10 @@ TEST(ImageMeasures, ImageGrid) {
   EXPECT_EQ(Show(ImageGrid(page, Value(u"3,0"), Fired({3, 0}))), "off [] [7]");
   EXPECT_EQ(Show(ImageGrid(page, Value(u"3,99,-99,-2147483648"), Fired({3}))), "on [] [7]");
   EXPECT_EQ(Show(ImageGrid(page, Value(u"99"), Fired({3}))), "off [] [7]");
-  page.body.labelText.resize(101);
+  const std::u16string label(101, u'x');
+  page.body.labelText = label;
   EXPECT_EQ(Show(ImageGrid(page, Value(u"3"), Fired({3}))), "off [] [7]");
-  page.body.labelText.resize(100);
+  page.body.labelText.remove_suffix(1);
   page.images.widths[0] = 23;  // half of them
   EXPECT_EQ(Show(ImageGrid(page, Value(u"3"), Fired({3}))), "off [] [6]");
 }
@@ -220,7 +221,7 @@ TEST(ImageMeasures, CountTextGaps) {
 }
 
 TEST(TextMeasures, SiteNameInPhrase) {
-  const std::vector<std::u16string> phrases = {u"welcome to the mill", u"my own bank-of example"};
+  const Texts phrases = {u"welcome to the mill", u"my own bank-of example"};
   EXPECT_EQ(Show(SiteNameInPhrase(u"mybank", phrases)), "on [] [my own bank-of example]");
   EXPECT_EQ(Show(SiteNameInPhrase(u"my-bank", phrases)), "on [] [my own bank-of example]");
   EXPECT_EQ(Show(SiteNameInPhrase(u"MyBank", phrases)), "off [] []");
@@ -370,8 +371,7 @@ TEST(ScriptMeasures, HiddenScript) {
   scripts.texts = {u"a function(_", u"0x"};  // texts are joined
   EXPECT_TRUE(HiddenScript(scripts, {}).on);
   scripts.texts.clear();
-  EXPECT_EQ(HiddenScript(scripts, std::vector<std::u16string>{u"HTML Encryption provided by x"}).matchText,
-            u"obfuscated page");
+  EXPECT_EQ(HiddenScript(scripts, Texts{u"HTML Encryption provided by x"}).matchText, u"obfuscated page");
   scripts.languages = {u"JScript.Encode"};
   EXPECT_FALSE(HiddenScript(scripts, {}).on);
   scripts.languages = {u"x", u"vbscript.encode"};
@@ -388,7 +388,7 @@ TEST(ScriptMeasures, ScriptWords) {
       {u"fetch( chat_id", false},
   };
   for (const auto& [text, on] : rows) {
-    const std::vector<std::u16string> texts = {u"password", std::u16string(text)};
+    const Texts texts = {u"password", text};
     const IndicatorResult result = ScriptWords(texts);
     EXPECT_EQ(result.on, on) << Narrow(text);
     EXPECT_EQ(result.fieldText, on ? text : u"") << Narrow(text);

@@ -139,7 +139,6 @@ TEST_F(RememberedSite, IsSetByAPageThatShowsMail) {
 }
 
 TEST(SavedCopy, IsToldByFoldersAndComments) {
-  using Texts = std::vector<std::u16string>;
   struct Row {
     Texts comments, images, scripts;
     std::u16string_view match;

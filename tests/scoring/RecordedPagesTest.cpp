@@ -35,7 +35,7 @@ std::string Hits(PageData& page) {
   };
   std::u16string shown;
   for (const auto* list : {&page.all.captions, &page.all.textsOfTagF}) {
-    for (const std::u16string& text : *list) shown += u" " + text;
+    for (const std::u16string_view text : *list) shown += std::u16string(u" ").append(text);
   }
   add(LoginFieldsPresent(page.forms.records, page.all).on, "login");
   add(FieldDensity(page).on, "dense");
@@ -63,7 +63,8 @@ TEST(RecordedPages, ShowWhatTheyAre) {
        0, -1, "login dense named-in-text"},
       {"payment-copy", u"GTnnnnTnnnnTnInnnnTnInnnnTnInnnnGnnnnTnnGGnnTnnTnnn",
        u" Email address  Password  Card number ", 6, 3, 600, "login dense extension address saved"},
-      {"web-mail", u"TIBnnTnnnTnTnTnTnTnnnnTnTnnTnnTnnTnnnTnnnnTnnnnTnTnnGTnnTnnn", u" Quillpost ", 0, 0, -1, "login mail"},
+      {"web-mail", u"TIBnnTnnnTnTnTnTnTnnnnTnTnnTnnTnnTnnnTnnnnTnnnnTnTnnGTnnTnnn", u" Quillpost ", 0, 0, -1,
+       "login mail"},
       {"article", u"TIBnnnTnnTnnnnTnnGnnTnnnnTnnnnTnnGnnTnnnnnTnTnTnnnnnnTnnn", u" Search ", 0, 0, -1,
        "dense one-field image-area named-in-text"},
       {"images-for-text", u"GGGnnGGGnnGGGnnGGGnnGGGnnGInnGInG", u"", 1, 0, -1, "login dense"},
