@@ -6,11 +6,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "documents/html/Decoder.h"
+#include "documents/html/HtmlText.h"
 #include "documents/html/PageView.h"
+#include "documents/html/Sight.h"
 #include "documents/html/TreeBuilder.h"
 
 namespace {
@@ -20,7 +24,11 @@ using namespace zeph::html;
 constexpr std::size_t kLongest = 8192;
 
 char16_t Upper(char16_t c) { return c >= u'a' && c <= u'z' ? static_cast<char16_t>(c - 32) : c; }
-bool IsBlank(char16_t c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\f' || c == u'\r'; }
+std::u16string Lower(std::u16string_view text) {
+  std::u16string lower(text);
+  std::ranges::transform(lower, lower.begin(), [](char16_t c) { return zeph::html::Lower(c); });
+  return lower;
+}
 
 std::uint16_t Kinds(const Node& node) { return node.space == Space::kHtml ? KindsOf(node.name) : std::uint16_t{0}; }
 
@@ -45,61 +53,117 @@ class Plain {
   std::u16string Text(NodeId wanted) {
     std::u16string line;  // what the element has so far
     bool inside = false;
+    bool begun = false;  // something of it was met
     bool lineHasText = false;
-    bool blank = false;
-    std::size_t hidden = 0;
+    bool lineHasObject = false;
+    std::vector<bool> blanks;         // that wait in this line: whether the element has them
+    bool pending = false;             // the last of them still grows
+    std::size_t written = 0;          // of the whole page
+    std::vector<std::size_t> begins;  // of each open element: what was written before it
     std::size_t kept = 0;
+    Sight sight(tree_, view_.All());
     const auto put = [&](char16_t c) {
+      ++written;
+      begun = inside;
       if (inside) line += c;
     };
+    const auto blank = [&] {
+      if (!pending) blanks.push_back(inside && begun);
+      pending = true;
+    };
+    const auto object = [&] {
+      pending = false;
+      lineHasObject = true;
+      begun = inside;
+    };
+    const auto flush = [&] {
+      for (const bool wasInside : blanks) {
+        ++written;
+        if (wasInside && inside) line += u' ';
+      }
+      blanks.clear();
+      pending = false;
+    };
+    const auto trim = [&] {
+      if (pending) blanks.pop_back();
+      pending = false;
+      if (lineHasText) flush();
+    };
+    const auto begin = [&] {
+      blanks.clear();
+      lineHasText = lineHasObject = pending = false;
+    };
     const auto end = [&] {
+      trim();
       put(u'\r');
       put(u'\n');
-      lineHasText = blank = false;
+      begin();
     };
     const auto boundary = [&](const Node& node) {
       if ((Kinds(node) & kBlock) != 0) {
         if (lineHasText) end();
-        blank = false;
+        begin();
       } else if ((Kinds(node) & kCell) != 0) {
-        blank = lineHasText;
+        blanks.clear();
+        lineHasObject = pending = false;
+        if (lineHasText) blank();
       }
     };
-    const auto isKept = [](const Node& node) {
-      return node.space == Space::kHtml &&
-             (node.name == name::kPre || node.name == name::kTextarea || node.name == name::kListing ||
-              node.name == name::kXmp || node.name == name::kPlaintext);
+    const auto isHtml = [](const Node& node, std::initializer_list<NameId> names) {
+      return node.space == Space::kHtml && std::ranges::find(names, node.name) != names.end();
+    };
+    const auto isKept = [&](const Node& node) {
+      return isHtml(node, {name::kPre, name::kTextarea, name::kListing, name::kXmp, name::kPlaintext});
     };
     bool skip = false;
     for (TreeWalk walk(tree_, kDocument); !walk.Done(); walk.Next(skip)) {
-      const Node& node = tree_.nodes[walk.Id()];
+      const NodeId id = walk.Id();
+      const Node& node = tree_.nodes[id];
       skip = false;
       if (node.kind == NodeKind::kElement && walk.Entering()) {
-        if (hidden != 0 || IsUnseen(tree_, walk.Id())) ++hidden;
-        skip = IsInert(tree_, walk.Id());
-        if (hidden == 0) boundary(node);
-        if (walk.Id() == wanted) inside = true;
-        if (hidden == 0 && node.space == Space::kHtml && node.name == name::kBr) end();
+        sight.Enter(id);
+        skip = IsInert(tree_, id);
+        if (sight.IsShown()) boundary(node);
+        const bool isObject =
+            (node.space == Space::kSvg && node.name == name::kSvg) ||
+            isHtml(node, {name::kImg, name::kEmbed, name::kIframe, name::kCanvas, name::kVideo, name::kAudio,
+                          name::kMeter, name::kProgress}) ||
+            (isHtml(node, {name::kInput}) && Lower(tree_.AttributeText(id, name::kType)) != u"hidden");
+        if (isObject && sight.SeesElement()) object();
+        if (id == wanted) inside = true;
+        if (sight.IsShown() && isHtml(node, {name::kBr})) end();
         kept += isKept(node) ? 1 : 0;
+        begins.push_back(written);
       } else if (node.kind == NodeKind::kElement) {
         kept -= isKept(node) ? 1 : 0;
-        if (walk.Id() == wanted) inside = false;
-        if (hidden == 0) boundary(node);
-        if (hidden != 0) --hidden;
-      } else if (node.kind == NodeKind::kText && walk.Entering() && hidden == 0) {
-        for (const char16_t c : tree_.TextOf(node)) {
+        if (isHtml(node, {name::kSelect, name::kTextarea, name::kButton, name::kObject}) && begins.back() == written &&
+            sight.SeesElement()) {
+          object();
+        }
+        begins.pop_back();
+        if (sight.IsShown() && (Kinds(node) & kBlock) != 0) {
+          trim();
+        }
+        if (id == wanted) inside = false;
+        if (sight.IsShown()) boundary(node);
+        sight.Leave();
+      } else if (node.kind == NodeKind::kText && walk.Entering() && sight.SeesText()) {
+        const std::u16string_view text = tree_.TextOf(node);
+        for (std::size_t i = 0; i < text.size(); ++i) {
+          i += InvisibleAt(text, i);
+          if (i == text.size()) break;
+          const char16_t c = text[i];
           if (kept == 0 && IsBlank(c)) {
-            blank = lineHasText;
+            if (lineHasText || lineHasObject) blank();
             continue;
           }
-          if (blank) put(u' ');
-          blank = false;
+          flush();
           put(c);
           lineHasText = kept == 0 || (c != u'\n' && c != u'\r');
         }
       }
     }
-    return !line.empty() && line.front() == u' ' ? line.substr(1) : line;
+    return line;
   }
 
  private:

@@ -185,7 +185,7 @@ bool TreeBuilder::StartTagInBody(Token& token) {
       framesetOk_ = false;
       return true;
     case kTable:
-      if (!quirks_) CloseParagraphInButtonScope();
+      if (!tree_.quirks) CloseParagraphInButtonScope();
       Insert(token);
       framesetOk_ = false;
       mode_ = Mode::kInTable;

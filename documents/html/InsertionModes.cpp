@@ -154,7 +154,7 @@ bool TreeBuilder::Initial(Token& token) {
   }
   mode_ = Mode::kBeforeHtml;
   if (token.kind != TokenKind::kDoctype) {
-    quirks_ = true;
+    tree_.quirks = true;
     return false;
   }
   const Doctype& doctype = tokenizer_.LastDoctype();
@@ -162,7 +162,7 @@ bool TreeBuilder::Initial(Token& token) {
   tree_.Append(kDocument, NewNode(NodeKind::kDoctype));
   const auto text = [this](const Slice& slice) { return tree_.TextOf(slice.begin, slice.length); };
   const std::u16string_view publicId = text(doctype.publicId);
-  quirks_ = token.forceQuirks || text(doctype.name) != u"html" ||
+  tree_.quirks = token.forceQuirks || text(doctype.name) != u"html" ||
             EqualsNoCase(publicId, u"-//w3o//dtd w3 html strict 3.0//en//") ||
             EqualsNoCase(publicId, u"-/w3c/dtd html 4.0 transitional/en") || EqualsNoCase(publicId, u"html") ||
             EqualsNoCase(text(doctype.systemId), u"http://www.ibm.com/data/dtd/v11/ibmxhtml1-transitional.dtd") ||

@@ -7,6 +7,7 @@
 
 #include "documents/html/HtmlText.h"
 #include "documents/html/Scan.h"
+#include "documents/html/Sight.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -40,7 +41,8 @@ unsigned NeedsOf(std::u16string_view value) noexcept {
   return needs;
 }
 
-/// The first blank that isn't a single " " between two other characters, or the end.
+/// The first blank that isn't a single " " between two other characters, the first character that may be invisible, or
+/// the end.
 const char16_t* EndOfRun(const char16_t* at, const char16_t* end) noexcept {
 #if defined(__SSE2__)
   const auto equal = [](__m128i block, char16_t c) {
@@ -54,21 +56,24 @@ const char16_t* EndOfRun(const char16_t* at, const char16_t* end) noexcept {
     const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
     const __m128i behind = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at + 1));
     const __m128i blanksBehind = _mm_or_si128(equal(behind, u' '), breaks(behind));
-    const __m128i hits = _mm_or_si128(breaks(block), _mm_and_si128(equal(block, u' '), blanksBehind));
+    __m128i hits = _mm_or_si128(breaks(block), _mm_and_si128(equal(block, u' '), blanksBehind));
+    const __m128i ascii = _mm_cmpeq_epi16(_mm_srli_epi16(block, 7), _mm_setzero_si128());
+    if (_mm_movemask_epi8(ascii) != 0xFFFF) {
+      // By the rows of 128 or 256 that hold them all; IsInvisible tells which are.
+      const __m128i row = _mm_srli_epi16(block, 8);
+      hits = _mm_or_si128(hits, _mm_or_si128(equal(row, 0xFE), equal(row, 0xDB)));
+      hits = _mm_or_si128(hits, _mm_or_si128(equal(_mm_srli_epi16(block, 7), 0x2000 >> 7), equal(row, 0x17)));
+      hits = _mm_or_si128(hits, _mm_or_si128(equal(block, 0xAD), equal(_mm_srli_epi16(block, 4), 0x180)));
+      hits = _mm_or_si128(hits, _mm_or_si128(equal(block, 0x34F), equal(block, 0x61C)));
+    }
     const auto mask = static_cast<unsigned>(_mm_movemask_epi8(hits));
     if (mask != 0) return at + __builtin_ctz(mask) / 2;
   }
 #endif
   for (; at != end; ++at) {
-    if (IsBlank(*at) && (*at != u' ' || at + 1 == end || IsBlank(at[1]))) return at;
+    if (IsInvisible(*at) || (IsBlank(*at) && (*at != u' ' || at + 1 == end || IsBlank(at[1])))) return at;
   }
   return end;
-}
-
-std::u16string_view Trimmed(std::u16string_view text) {
-  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
-  return text;
 }
 
 class Writer {
@@ -76,6 +81,7 @@ class Writer {
   explicit Writer(GrowArray<char16_t>& out) : out_(out) {}
 
   [[nodiscard]] std::uint32_t Place() const noexcept { return static_cast<std::uint32_t>(out_.size()); }
+  char16_t* Extend(std::size_t count) { return out_.Extend(count); }
   void Put(char16_t c) { out_.Push(c); }
   void Put(std::u16string_view text) {
     if (!text.empty()) std::memcpy(out_.Extend(text.size()), text.data(), 2 * text.size());
@@ -235,7 +241,7 @@ class MarkupWriter {
 class TextWriter {
  public:
   TextWriter(const Tree& tree, const GrowArray<NodeId>& elements, VisibleText& result)
-      : tree_(tree), result_(result), out_(result.text), indexer_(elements) {}
+      : tree_(tree), result_(result), out_(result.text), indexer_(elements), sight_(tree, elements) {}
 
   void Run() {
     bool skip = false;
@@ -246,14 +252,13 @@ class TextWriter {
       if (node.kind == NodeKind::kElement) {
         if (walk.Entering()) {
           // What is in a hidden element gives nothing, but is still passed: its elements have slices too.
-          if (unseenDepth_ != 0 || IsUnseen(tree_, id)) ++unseenDepth_;
+          sight_.Enter(id);
           skip = IsInert(tree_, id);
           Enter(id, node);
         } else {
           Leave(node);
-          if (unseenDepth_ != 0) --unseenDepth_;
         }
-      } else if (walk.Entering() && node.kind == NodeKind::kText && unseenDepth_ == 0) {
+      } else if (walk.Entering() && node.kind == NodeKind::kText && sight_.SeesText()) {
         Text(tree_.TextOf(node));
       } else if (walk.Entering() && node.kind == NodeKind::kComment) {
         if (indexer_.Enter(id) != Indexer::kNone) result_.spans.Push({out_.Place(), out_.Place()});
@@ -262,6 +267,11 @@ class TextWriter {
   }
 
  private:
+  struct Open {
+    std::uint32_t index;  ///< of its slice, or none
+    std::uint32_t begin;  ///< of its text
+  };
+
   [[nodiscard]] static std::uint16_t Kinds(const Node& node) {
     return node.space == Space::kHtml ? KindsOf(node.name) : std::uint16_t{0};
   }
@@ -270,117 +280,169 @@ class TextWriter {
            (node.name == name::kPre || node.name == name::kTextarea || node.name == name::kListing ||
             node.name == name::kXmp || node.name == name::kPlaintext);
   }
+  /// Something to look at that stands in the line like a word.
+  [[nodiscard]] bool IsObject(NodeId id, const Node& node) const {
+    if (node.space == Space::kSvg) return node.name == name::kSvg;
+    if (node.space != Space::kHtml) return false;
+    switch (node.name) {
+      case name::kInput:
+        return !EqualsNoCase(tree_.AttributeText(id, name::kType), u"hidden");
+      case name::kImg:
+      case name::kEmbed:
+      case name::kIframe:
+      case name::kCanvas:
+      case name::kVideo:
+      case name::kAudio:
+      case name::kMeter:
+      case name::kProgress:
+        return true;
+      default:
+        return false;
+    }
+  }
+  /// The same, if it has no text.
+  [[nodiscard]] static bool IsField(const Node& node) {
+    return node.space == Space::kHtml && (node.name == name::kSelect || node.name == name::kTextarea ||
+                                          node.name == name::kButton || node.name == name::kObject);
+  }
 
   void EndLine() {
+    EndBlanks();
     out_.Put(u"\r\n");
+    BeginLine();
+  }
+  void BeginLine() {
+    blanks_.Truncate(0);
     lineHasText_ = false;
+    lineHasObject_ = false;
+    objectPlace_ = 0;
     blankPending_ = false;
+  }
+  /// At a line's end its last blank is none; those before an image stay, if there are words before them.
+  void EndBlanks() {
+    if (blankPending_) {
+      blanks_.Pop();
+      blankPending_ = false;
+    }
+    if (lineHasText_) Flush();
   }
 
   void Enter(NodeId id, const Node& node) {
-    if (unseenDepth_ == 0) Boundary(node);
+    if (sight_.IsShown()) Boundary(node);
+    if (sight_.SeesElement() && IsObject(id, node)) Object();
     const std::size_t index = indexer_.Enter(id);
     if (index != Indexer::kNone) result_.spans.Push({out_.Place(), out_.Place()});
-    open_.Push(static_cast<std::uint32_t>(index));
-    if (unseenDepth_ == 0 && node.space == Space::kHtml && node.name == name::kBr) EndLine();
+    open_.Push({static_cast<std::uint32_t>(index), out_.Place()});
+    if (node.space == Space::kHtml && node.name == name::kBr && sight_.IsShown()) EndLine();
     if (IsPreformatted(node)) ++preformatted_;
   }
 
   void Leave(const Node& node) {
     if (IsPreformatted(node)) --preformatted_;
-    const std::uint32_t index = open_.back();
+    const Open open = open_.back();
     open_.Pop();
-    if (index != static_cast<std::uint32_t>(Indexer::kNone)) result_.spans[index].end = out_.Place();
-    if (unseenDepth_ == 0) Boundary(node);
+    if (IsField(node) && out_.Place() == open.begin && sight_.SeesElement()) Object();
+    if ((Kinds(node) & kBlock) != 0 && sight_.IsShown()) EndBlanks();
+    if (open.index != static_cast<std::uint32_t>(Indexer::kNone)) result_.spans[open.index].end = out_.Place();
+    if (sight_.IsShown()) Boundary(node);
+    sight_.Leave();
   }
 
   void Boundary(const Node& node) {
     const std::uint16_t kinds = Kinds(node);
     if ((kinds & kBlock) != 0) {
-      if (lineHasText_) EndLine();
-      blankPending_ = false;
+      if (lineHasText_) {
+        EndLine();
+      } else {
+        BeginLine();
+      }
     } else if ((kinds & kCell) != 0) {
-      blankPending_ = lineHasText_;
+      blanks_.Truncate(0);
+      blankPending_ = false;
+      lineHasObject_ = false;
+      objectPlace_ = 0;
+      if (lineHasText_) Blank();
     }
   }
 
   void Text(std::u16string_view text) {
     if (preformatted_ != 0) {
-      if (text.empty()) return;
-      Flush();
-      out_.Put(text);
-      lineHasText_ = text.back() != u'\n' && text.back() != u'\r';
+      for (std::size_t at = 0; at < text.size();) {
+        const std::size_t begin = at + InvisibleAt(text, at);
+        at = begin;
+        if (at < text.size()) ++at;  // a joiner that is kept
+        while (at < text.size() && !IsInvisible(text[at])) ++at;
+        if (at == begin) break;
+        Flush();
+        out_.Put(text.substr(begin, at - begin));
+        lineHasText_ = text[at - 1] != u'\n' && text[at - 1] != u'\r';
+      }
       return;
     }
-    const char16_t* at = text.data();
+    const char16_t* const begin = text.data();
+    const char16_t* at = begin;
     const char16_t* const end = at + text.size();
     while (at != end) {
       if (IsBlank(*at)) {
-        blankPending_ = lineHasText_;
+        if (lineHasText_ || lineHasObject_) Blank();
         ++at;
         continue;
       }
-      const char16_t* const runEnd = EndOfRun(at, end);
-      Flush();
-      out_.Put(std::u16string_view(at, static_cast<std::size_t>(runEnd - at)));
-      lineHasText_ = true;
-      at = runEnd;
+      const char16_t* runEnd = EndOfRun(at, end);
+      while (runEnd != end && !IsBlank(*runEnd) && InvisibleAt(text, static_cast<std::size_t>(runEnd - begin)) == 0) {
+        runEnd = EndOfRun(runEnd + 1, end);
+      }
+      if (runEnd != at) {
+        Flush();
+        out_.Put(std::u16string_view(at, static_cast<std::size_t>(runEnd - at)));
+        lineHasText_ = true;
+      }
+      at = runEnd + InvisibleAt(text, static_cast<std::size_t>(runEnd - begin));
     }
   }
 
+  /// A blank stands here, if anything follows in the line.
+  void Blank() {
+    if (blankPending_) return;
+    blankPending_ = true;
+    blanks_.Push(objectPlace_);
+  }
+  void Object() {
+    blankPending_ = false;  // the one before it stays
+    lineHasObject_ = true;
+    objectPlace_ = static_cast<std::uint32_t>(result_.spans.size());
+  }
+
+  /// Writes the blanks that wait. An element begins behind a blank, unless it has something before that.
   void Flush() {
-    if (blankPending_) out_.Put(u' ');
     blankPending_ = false;
+    if (blanks_.empty()) return;
+    const std::uint32_t place = out_.Place();
+    auto before = static_cast<std::uint32_t>(blanks_.size());
+    for (std::size_t i = result_.spans.size(); i-- > 0 && result_.spans[i].begin == place;) {
+      while (before != 0 && blanks_[before - 1] > i) --before;
+      result_.spans[i].begin += before;
+      result_.spans[i].end += before;
+    }
+    std::ranges::fill_n(out_.Extend(blanks_.size()), static_cast<std::ptrdiff_t>(blanks_.size()), u' ');
+    blanks_.Truncate(0);
   }
 
   const Tree& tree_;
   VisibleText& result_;
   Writer out_;
   Indexer indexer_;
-  GrowArray<std::uint32_t> open_;
-  std::size_t unseenDepth_ = 0;
+  Sight sight_;
+  GrowArray<Open> open_;
+  GrowArray<std::uint32_t> blanks_;  ///< that wait for what follows: of each, objectPlace_
+  std::uint32_t objectPlace_ = 0;    ///< slices that began before the line's last image or field
   std::size_t preformatted_ = 0;
   bool lineHasText_ = false;
-  bool blankPending_ = false;
+  bool lineHasObject_ = false;
+  bool blankPending_ = false;  ///< the last of them, which more white space adds nothing to
 };
 
 }  // namespace
-
-bool IsInert(const Tree& tree, NodeId id) {
-  if (!tree.IsHtml(id, name::kTemplate)) return false;
-  const std::u16string_view mode = tree.AttributeText(id, name::kShadowrootmode);
-  return !EqualsNoCase(mode, u"open") && !EqualsNoCase(mode, u"closed");
-}
-
-bool HidesContent(NameId name, std::u16string_view value) {
-  if (name == name::kHidden) return true;
-  if (name != name::kStyle) return false;
-  const std::u16string_view display = StyleValue(value, u"display");
-  return display.size() >= 4 && EqualsNoCase(display.substr(0, 4), u"none");
-}
-
-bool IsUnseen(const Tree& tree, NodeId id) {
-  const Node& node = tree.nodes[id];
-  if (node.space == Space::kHtml && (KindsOf(node.name) & kUnseen) != 0) {
-    return node.name != name::kTemplate || IsInert(tree, id);
-  }
-  return std::ranges::any_of(tree.AttributesOf(id),
-                             [&](const Attribute& item) { return HidesContent(item.name, tree.TextOf(item)); });
-}
-
-std::u16string_view StyleValue(std::u16string_view style, std::u16string_view property) {
-  std::u16string_view found;
-  while (!style.empty()) {
-    const std::size_t end = std::min(style.find(u';'), style.size());
-    const std::u16string_view declaration = style.substr(0, end);
-    style.remove_prefix(std::min(end + 1, style.size()));
-    const std::size_t colon = declaration.find(u':');
-    if (colon != std::u16string_view::npos && EqualsNoCase(Trimmed(declaration.substr(0, colon)), property)) {
-      found = Trimmed(declaration.substr(colon + 1));
-    }
-  }
-  return found;
-}
 
 Markup WriteMarkup(const Tree& tree, const GrowArray<NodeId>& elements, ValueReader& values, PageBudget& budget) {
   Markup result;

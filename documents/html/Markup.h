@@ -12,18 +12,6 @@
 
 namespace zeph::html {
 
-/// Whether what stands in this element is no part of the page: in a template, unless it is the content of a shadow
-/// tree.
-[[nodiscard]] bool IsInert(const Tree& tree, NodeId id);
-/// Whether an attribute of that name and text keeps what is in its element from being shown: hidden, or an inline
-/// display:none.
-[[nodiscard]] bool HidesContent(NameId name, std::u16string_view value);
-/// Whether the text of this element isn't shown: by its kind or by an attribute.
-[[nodiscard]] bool IsUnseen(const Tree& tree, NodeId id);
-
-/// The value of a property in an inline style, the last one that stands there; nothing when there is none.
-[[nodiscard]] std::u16string_view StyleValue(std::u16string_view style, std::u16string_view property);
-
 /// What an attribute's value reads as, where that isn't what stands in the page.
 class ValueReader {
  public:
@@ -62,7 +50,8 @@ struct Markup {
                                  PageBudget& budget);
 
 /// The text that a reader sees. Blocks begin and end lines; their ends and BR give CR LF; runs of white space give one
-/// blank, but as they stand in PRE and TEXTAREA; a blank keeps cells and options from each other.
+/// blank, but as they stand in PRE and TEXTAREA; a blank keeps cells and options from each other. An image or a field
+/// keeps the blanks on its two sides apart. Characters without ink and width are left out.
 struct VisibleText {
   struct Span {
     std::uint32_t begin;
@@ -71,12 +60,9 @@ struct VisibleText {
   GrowArray<char16_t> text;
   GrowArray<Span> spans;
 
-  /// Without the blank that only keeps the element's text from what stands before it.
   [[nodiscard]] std::u16string_view Inner(std::size_t index) const noexcept {
     const Span& span = spans[index];
-    std::u16string_view slice(text.data() + span.begin, span.end - span.begin);
-    if (!slice.empty() && slice.front() == u' ') slice.remove_prefix(1);
-    return slice;
+    return {text.data() + span.begin, span.end - span.begin};
   }
 };
 

@@ -103,6 +103,19 @@ NameId FindKnownName(std::u16string_view text) noexcept {
   return name::kKnownCount;
 }
 
+std::uint64_t HashWithSecret(std::u16string_view text) noexcept {
+  const std::uint64_t secret = ProcessSecret();
+  std::uint64_t hash = secret ^ text.size();
+  std::size_t i = 0;
+  for (; i + 4 <= text.size(); i += 4) {
+    std::uint64_t four = 0;
+    std::memcpy(&four, text.data() + i, 8);
+    hash = Mix(hash ^ four, 0xA0761D6478BD642FU ^ secret);
+  }
+  for (; i < text.size(); ++i) hash = Mix(hash ^ text[i], 0xE7037ED1A0B428DBU ^ secret);
+  return hash;
+}
+
 NameTable::NameTable() : secret_(ProcessSecret()) { Grow(); }
 
 NameId NameTable::FindKnown(const NameKey& name) noexcept {
@@ -116,18 +129,8 @@ NameId NameTable::FindKnown(const NameKey& name) noexcept {
 }
 
 std::uint32_t NameTable::HashOf(const NameKey& name) const noexcept {
-  std::uint64_t hash = secret_ ^ name.text.size();
-  if (name.key != 0) {
-    hash = Mix(name.key ^ hash, 0x8EBC6AF09C88C6E3U);
-  } else {
-    std::size_t i = 0;
-    for (; i + 4 <= name.text.size(); i += 4) {
-      std::uint64_t four = 0;
-      std::memcpy(&four, name.text.data() + i, 8);
-      hash = Mix(hash ^ four, 0xA0761D6478BD642FU ^ secret_);
-    }
-    for (; i < name.text.size(); ++i) hash = Mix(hash ^ name.text[i], 0xE7037ED1A0B428DBU ^ secret_);
-  }
+  const std::uint64_t hash =
+      name.key != 0 ? Mix(name.key ^ secret_ ^ name.text.size(), 0x8EBC6AF09C88C6E3U) : HashWithSecret(name.text);
   return static_cast<std::uint32_t>(hash ^ hash >> 32);
 }
 

@@ -51,6 +51,9 @@ enum NameKind : std::uint16_t {
 /// The number of a known name in lower case, or kKnownCount.
 [[nodiscard]] NameId FindKnownName(std::u16string_view text) noexcept;
 
+/// A hash with a secret of the process: nobody can choose texts that fall together.
+[[nodiscard]] std::uint64_t HashWithSecret(std::u16string_view text) noexcept;
+
 /// A name as the tokenizer has read it: lower case, with a number made of its first letters.
 struct NameKey {
   std::uint64_t key = 0;

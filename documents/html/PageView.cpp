@@ -10,6 +10,7 @@
 #include "DetectionEngine/url/UrlParser.h"
 #include "documents/ImageSize.h"
 #include "documents/html/HtmlText.h"
+#include "documents/html/Sight.h"
 
 namespace zeph::html {
 namespace {
@@ -173,8 +174,11 @@ void PageView::Collect() {
 std::u16string_view PageView::Title() {
   if (!titleText_) {
     titleText_.emplace();
-    for (const char16_t c : title_ == 0 ? std::u16string_view() : TextContent(title_)) {
-      if (!IsBlank(c)) {
+    const std::u16string_view written = title_ == 0 ? std::u16string_view() : TextContent(title_);
+    for (std::size_t at = 0; at < written.size(); ++at) {
+      at += InvisibleAt(written, at);
+      if (at == written.size()) break;
+      if (const char16_t c = written[at]; !IsBlank(c)) {
         *titleText_ += c;
       } else if (!titleText_->empty() && titleText_->back() != u' ') {
         *titleText_ += u' ';
@@ -303,7 +307,8 @@ std::u16string_view PageView::TextContent(NodeId id) {
 }
 
 std::int32_t PageView::ImageLength(NodeId id, NameId name) {
-  std::u16string_view styled = StyleValue(tree_.AttributeText(id, kStyle), KnownNameText(name));
+  const std::u16string styledText = StyleValue(tree_.AttributeText(id, kStyle), KnownNameText(name));
+  std::u16string_view styled = styledText;
   if (const auto number = TakeNumber(styled)) {
     if (styled.size() >= 2 && Lower(styled[0]) == u'p' && Lower(styled[1]) == u'x') return *number;
   }

@@ -67,6 +67,7 @@ struct Tree {
   GrowArray<char16_t> text;
   NameTable names;
   Doctype doctype;  ///< of the one doctype node, if there is one
+  bool quirks = false;  ///< browsers read its styles as they did before there were standards
   /// Form controls whose form the parser told, though it need not be around them: pairs in the order of the controls'
   /// numbers.
   struct Owner {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "documents/html/Markup.h"
+#include "documents/html/Sight.h"
 #include "documents/html/TreeConstruction.h"
 
 namespace zeph::html {
@@ -32,6 +32,7 @@ NodeId TreeBuilder::NewElement(NameId name, Space space, std::uint32_t attribute
 
 bool TreeBuilder::SaysSomething(NameId name, Space space, std::span<const Attribute> attributes) const {
   if (name == kScript || name == kAnnotationXml) return true;
+  if (TellsSight(tree_, name, space)) return true;
   std::int64_t telling = -1;
   if (space == Space::kHtml) {
     if ((KindsOf(name) & (kTelling | kRaw | kUnseen)) != 0) return true;
@@ -55,12 +56,15 @@ bool TreeBuilder::SaysSomething(NameId name, Space space, std::span<const Attrib
       case kMeta:
         telling = kHttpEquiv;
         break;
+      case kObject:
+        telling = kData;
+        break;
       default:
         break;
     }
   }
   return std::ranges::any_of(attributes, [&](const Attribute& item) {
-    return item.name == telling || HidesContent(item.name, tree_.TextOf(item));
+    return item.name == telling || TellsSight(item.name, tree_.TextOf(item));
   });
 }
 

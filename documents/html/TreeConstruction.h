@@ -239,7 +239,6 @@ class TreeBuilder {
   NodeId head_ = 0;
   NodeId form_ = 0;
   bool framesetOk_ = true;
-  bool quirks_ = false;
   bool foster_ = false;
   bool ignoreLineFeed_ = false;
   bool attributesTaken_ = false;

@@ -172,7 +172,7 @@ TEST(ElementBound, LeavesTheContentInPlace) {
        "<B hidden=\"\"> a</B><DIV hidden=\"\"><B hidden=\"\"> b</B>c</DIV>d"},
       {"<nobr>a<nobr>b</nobr>c", "abc"},
       // Foreign elements.
-      {"<svg><g><title>a</title><desc><p>b</p></desc><script>c</script></g></svg>d", "a b <SCRIPT>c</SCRIPT>d"},
+      {"<svg><g><title>a</title><desc><p>b</p></desc><script>c</script></g></svg>d", "<TITLE>a</TITLE><DESC> b </DESC><SCRIPT>c</SCRIPT>d"},
       {"<math><mi><b>a</b></mi><annotation-xml encoding=text/html><p>b</p></math>",
        "a<ANNOTATION-XML encoding=text/html> b </ANNOTATION-XML>"},
       // Images and comments that say nothing.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -115,6 +116,24 @@ TEST(VisibleText, IsWhatAReaderSees) {
       {"a<template>b</template><template shadowrootmode=open>c</template>d", "acd"},
       {"a<!--b-->c<svg><text>d</text></svg>", "acd"},
       {"<title>a</title><p>b", "b\r\n"},
+      // The blanks on both sides of an image or a field stay two, where words stand in the line.
+      {"<p>Give your <img> and <input> here <img>.</p>", "Give your  and  here .\r\n"},
+      {"<p> <img> is it<img> so</p><p><img> <img></p>", " is it so\r\n"},
+      {"a <select></select> b <textarea> </textarea> c <button></button> d", "a  b   c  d"},
+      {"a <input type=HIDDEN> b <img hidden> c<table><tr><td>d <img><td><img> e", "a b c\r\nd  e\r\n"},
+      // Not text, whatever stands there.
+      {"a<svg><title>c</title><desc>d</desc><style>e</style><defs>f</defs><metadata>g</metadata><text>h<title>i</title></"
+       "text>"
+       "<foreignObject><p>j</p></foreignObject></svg>k",
+       "ah\r\nj\r\nk"},
+      {"a<canvas>b</canvas><video>c</video><audio>d</audio><object data=x>e</object><object>f</object>g", "afg"},
+      {"<details>a<summary>b</summary>c<summary>d</summary></details><details open><summary>e</summary>f</details>",
+       "b\r\ne\r\nf\r\n"},
+      {"a<dialog>b</dialog><dialog open>c</dialog>d", "a\r\nc\r\nd"},
+      // Without ink and width.
+      {"Pay&#8203;Pal Pa&shy;y&#xFEFF;P&zwj;al <pre>P&zwnj;ay&#x2060;</pre>&#8203; x", "PayPal PayPal\r\nPay\r\nx"},
+      {"\xD9\x85\xDB\x8C\xE2\x80\x8C\xD8\xAE a\xE2\x80\x8C\xD8\xAE\xF3\xA0\x80\xA1z",
+       "\xD9\x85\xDB\x8C\xE2\x80\x8C\xD8\xAE a\xD8\xAEz"},
   };
   for (const auto& [page, expected] : rows) EXPECT_EQ(Page(page).Text(u"BODY"), expected) << page;
 
@@ -126,9 +145,127 @@ TEST(VisibleText, IsWhatAReaderSees) {
   EXPECT_EQ(page.Text(u"HEAD"), "");
 }
 
+/// An inline style, or rules for the element (#i, class "c d", in DIV, in SECTION .s): whether its text is seen.
+TEST(VisibleText, IsHiddenByStyles) {
+  constexpr std::string_view kHiding[] = {"display:/**/none",
+                                          "DISPLAY : n\\6fne ! important",
+                                          "visibility:hidden",
+                                          "visibility:visible;visibility:collapse",
+                                          "font-size:0",
+                                          "font:0/0 a",
+                                          "font-size:.5px",
+                                          "font-size:0%",
+                                          "opacity:0",
+                                          "opacity:.01",
+                                          "opacity:0%",
+                                          "position:absolute;left:-9999px",
+                                          "position:fixed;top:-100vh",
+                                          "position:relative;left:-99em",
+                                          "position:absolute;inset:0 0 0 -9999px",
+                                          "margin-left:-9999px",
+                                          "margin:0 0 0 -2000px",
+                                          "text-indent:-9999px",
+                                          "text-indent:100%;overflow:hidden;white-space:nowrap",
+                                          "position:absolute;clip:rect(0 0 0 0)",
+                                          "position:absolute;clip:rect(1px, 1px, 1px, 1px)",
+                                          "clip-path:inset(50%)",
+                                          "clip-path:circle(0)",
+                                          "clip-path:polygon(0 0,0 0,0 0)",
+                                          "height:0;overflow:hidden",
+                                          "max-height:0px;overflow:hidden",
+                                          "width:1px;height:1px;overflow:hidden",
+                                          "transform:scale(0)",
+                                          "transform:translateX(-9999px)",
+                                          "content-visibility:hidden",
+                                          "height:calc(0px);overflow:clip"};
+  constexpr std::string_view kShowing[] = {"",
+                                           "display:none;display:block",
+                                           "display:none!important;display:block!important",
+                                           "dis/**/play:none",
+                                           "font-size:0;font-size:12px",
+                                           "left:-9999px",
+                                           "position:absolute;left:-20px",
+                                           "clip:rect(0 0 0 0)",
+                                           "height:0",
+                                           "opacity:.9",
+                                           "text-indent:-20px",
+                                           "text-indent:100%",
+                                           "clip-path:inset(0)",
+                                           "display:nonesuch",
+                                           "content:'display:none'",
+                                           "background:url(display:none;opacity:0)",
+                                           "transform:scale(.9)",
+                                           "max-height:none;overflow:hidden",
+                                           "width:100%;overflow:hidden",
+                                           "/*display:none",
+                                           "font:12px/0 a",
+                                           "x{display:none}"};
+  constexpr std::string_view kPage = "<section class=s><div id=i class='c d' data-k=v>seen</div></section>";
+  for (const bool hides : {true, false}) {
+    for (const std::string_view style : hides ? std::span<const std::string_view>(kHiding) : kShowing) {
+      const std::string rules(style);
+      EXPECT_EQ(Page("<div style=\"" + rules + "\">seen</div>").Text(u"BODY").empty(), hides) << style;
+      EXPECT_EQ(Page("<style>.c{" + rules + "}</style>" + std::string(kPage)).Text(u"BODY").empty(), hides) << style;
+    }
+  }
+  const std::pair<std::string_view, bool> sheets[] = {{"div{display:none}", true},
+                                                      {"DIV.d.c{display:none}", true},
+                                                      {"p,#i{display:none}", true},
+                                                      {"*{opacity:0}", true},
+                                                      {".s .c{display:none}", true},
+                                                      {".s>.c{display:none}", true},
+                                                      {"html .s > div#i{display:none}", true},
+                                                      {"html>.c{display:none}", false},
+                                                      {".c .s{display:none}", false},
+                                                      {".x,.c.x{display:none}", false},
+                                                      {".C{display:none}", false},
+                                                      {"[data-k]{display:none}", true},
+                                                      {"div[data-k='v']{display:none}", true},
+                                                      {"div[data-k=w]{display:none}", false},
+                                                      {"<!-- .c{display:none} -->", true},
+                                                      {"@import 'x'; @charset \"y\"; .c{display:none}", true},
+                                                      // The cascade.
+                                                      {".c{display:none}.d{display:block}", false},
+                                                      {".d{display:block}.c{display:none}", true},
+                                                      {"#i{display:block}.c{display:none}", false},
+                                                      {".c{display:none!important}#i{display:block}", true},
+                                                      {".c.d{display:block}.c{display:none}", false},
+                                                      {".c{display:none;.d{color:red}display:block}", false},
+                                                      {".s{visibility:hidden}.c{visibility:visible}", false},
+                                                      {".s{font-size:0}.c{font-size:1em}", true},
+                                                      {".s{font-size:0}.c{font-size:1rem}", false},
+                                                      {".s{display:none}.c{display:block}", true},
+                                                      // What isn't asked can show, and never hides.
+                                                      {".c:not(.x){display:none}", false},
+                                                      {"p + .c{display:none}", false},
+                                                      {".c{display:none}p ~ .c{display:block}", false},
+                                                      {".c{display:none}.c:hover{display:block}", true},
+                                                      {".c::before{display:none}", false},
+                                                      {".c:hover{display:none}", false},
+                                                      // Media.
+                                                      {"@media print{.c{display:none}}", false},
+                                                      {"@media screen and (min-width:600px){.c{display:none}}", true},
+                                                      {"@media (max-width:600px){.c{display:none}} .x{}", false},
+                                                      {"@media all{@supports (x:y){.c{display:none}}}", true},
+                                                      {"@keyframes c{from{opacity:0}}@font-face{}.x{}", false},
+                                                      // A page that only a script shows is shown.
+                                                      {"html,body{display:none;opacity:0;font-size:0}", false}};
+  for (const auto& [sheet, hides] : sheets) {
+    const std::string page = "<!doctype html><style>" + std::string(sheet) + "</style>" + std::string(kPage);
+    EXPECT_EQ(Page(page).Text(u"BODY").empty(), hides) << sheet;
+  }
+  EXPECT_EQ(
+      Page("<style media=print>.c{opacity:0}</style><style type=text/x>.c{opacity:0}</style>" + std::string(kPage))
+          .Text(u"BODY"),
+      "seen\r\n");
+  EXPECT_EQ(Page("<style>.C{opacity:0}</style>" + std::string(kPage)).Text(u"BODY"), "");  // quirks
+  EXPECT_EQ(Page("<style>p{display:block}</style><p hidden>seen").Text(u"BODY"), "seen\r\n");
+  EXPECT_EQ(Page("<span style='height:0;overflow:hidden'>seen</span>").Text(u"BODY"), "seen");  // in a line, no box
+}
+
 TEST(HtmlDocument, ListsHoldTheirElementsInSourceOrder) {
   Page page(
-      "<!--0--><html><head><title> A \n page </title><link rel='Shortcut Icon' href=/i.ico></head><body>"
+      "<!--0--><html><head><title> A \n p&#8203;a&shy;ge </title><link rel='Shortcut Icon' href=/i.ico></head><body>"
       "<a>no link</a><a href=1>a</a><map><area href=2><area></map><img src=3><form></form><script>s</script>"
       "<template><a href=x></a><img><form></form><script></script></template></body></html><!--9-->");
   HtmlDocument& document = page.document;

@@ -74,7 +74,7 @@ constexpr std::string_view kBody =
     R"(</TD><TD>b</TD></TR></TBODY></TABLE><A href=\"http://www.example.test/shop/list.html?a=1\">To  the list</A>\n)"
     R"(<IMG src=\"http://www.example.test/shop/logo.png\" width=12 height=8><SCRIPT src=\"s.js\"></SCRIPT>)"
     R"(<SCRIPT language=JavaScript>var a = \"<p>\";</SCRIPT>\n<P hidden=\"\">unseen</P>)";
-constexpr std::string_view kText = R"(Welcome & hello\r\nUser\r\nPassword Sign in\r\na b\r\nTo the list)";
+constexpr std::string_view kText = R"(Welcome & hello\r\nUser \r\nPassword  Sign in\r\na b\r\nTo the list )";
 
 void Replace(std::string& text, std::string_view mark, std::string_view by) {
   text.replace(text.find(mark), mark.size(), by);
