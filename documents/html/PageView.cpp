@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "DetectionEngine/platform/CodePage.h"
-#include "DetectionEngine/url/UrlParser.h"
+#include "DetectionEngine/url/UrlCracker.h"
 #include "documents/ImageSize.h"
 #include "documents/html/HtmlText.h"
 #include "documents/html/Sight.h"
@@ -28,13 +28,19 @@ std::u16string LowerText(std::u16string_view text) {
   return lower;
 }
 
-/// A URL as browsers take it from an attribute: no white space around it, no line ends or tabs in it.
-std::u16string CleanUrl(std::u16string_view url) {
-  while (!url.empty() && IsBlank(url.front())) url.remove_prefix(1);
-  while (!url.empty() && IsBlank(url.back())) url.remove_suffix(1);
-  std::u16string clean(url);
-  std::erase_if(clean, [](char16_t c) { return c == u'\n' || c == u'\r' || c == u'\t'; });
-  return clean;
+/// The host of an address as a browser writes it, with its port; empty when it has none.
+std::u16string_view HostOf(std::u16string_view address) noexcept {
+  const std::size_t begin = address.find(u"://");
+  if (begin == std::u16string_view::npos) return {};
+  address.remove_prefix(begin + 3);
+  address = address.substr(0, address.find_first_of(u"/?#"));
+  return address.substr(address.rfind(u'@') + 1);
+}
+
+/// The address names its scheme.
+bool HasScheme(std::u16string_view address) noexcept {
+  const std::size_t end = address.find_first_of(u":/?#\\");
+  return end != std::u16string_view::npos && address[end] == u':';
 }
 
 bool IsControl(NameId name) noexcept {
@@ -72,7 +78,7 @@ std::optional<std::int32_t> TakeNumber(std::u16string_view& rest) {
 }  // namespace
 
 PageView::PageView(Tree tree, std::u16string url, std::shared_ptr<const PageResources> resources, PageBudget budget)
-    : tree_(std::move(tree)), base_(std::move(url)), resources_(std::move(resources)), budget_(budget) {
+    : tree_(std::move(tree)), base_(ReadBrowserUrl(url)), resources_(std::move(resources)), budget_(budget) {
   Collect();
   // That much hangs on the page's length alone.
   const std::size_t lists =
@@ -164,10 +170,10 @@ void PageView::Collect() {
   std::stable_sort(controls_.begin(), controls_.end(), [this](const Control& a, const Control& b) {
     return tree_.nodes[a.form].previous < tree_.nodes[b.form].previous;
   });
-  if (base != 0 && !base_.empty()) {
-    std::u16string absolute;
-    const std::u16string href = CleanUrl(tree_.AttributeText(base, kHref));
-    if (!href.empty() && CombineUrl(base_, href, absolute)) base_ = std::move(absolute);
+  if (base_) host_ = HostOf(base_->Text());
+  if (const std::u16string_view href = tree_.AttributeText(base, kHref); base != 0 && href.size() <= kMaxUrlLength) {
+    std::optional<BrowserUrl> own = ReadBrowserUrl(href, base_ ? &*base_ : nullptr);
+    if (own && own->scheme != u"data" && own->scheme != u"javascript") base_ = std::move(own);
   }
 }
 
@@ -241,6 +247,8 @@ std::u16string_view PageView::Read(NodeId element, const Attribute& attribute) {
       return node.name == kA || node.name == kArea || node.name == kLink ? Absolute(attribute) : value;
     case kSrc:
       return node.name == kImg ? Absolute(attribute) : value;
+    case kAction:
+      return node.name == kForm ? Action(attribute) : value;
     case kType:
       if ((node.name == kInput || node.name == kButton) && std::ranges::any_of(value, IsUpper)) {
         const std::uint32_t number = types_.written.Add(value);
@@ -259,15 +267,28 @@ std::u16string_view PageView::Read(NodeId element, const Attribute& attribute) {
 
 std::u16string_view PageView::Absolute(const Attribute& attribute) {
   const std::u16string_view written = tree_.TextOf(attribute);
-  if (written.empty() || base_.empty() || written.size() > kMaxUrlLength) return written;
+  if (written.empty() || written.size() > kMaxUrlLength) return written;
   const std::uint32_t number = addresses_.written.Add(written);
   if (number >= addresses_.read.size()) {
     Take(kBytesOfEntry);
-    const std::u16string clean = CleanUrl(written);
-    const bool differs = !clean.empty() && CombineUrl(base_, clean, scratch_) && scratch_ != written;
+    const bool differs = Resolve(written, scratch_) && scratch_ != written;
     addresses_.read.push_back(differs ? Keep(scratch_) : written);
   }
   return addresses_.read[number];
+}
+
+bool PageView::Resolve(std::u16string_view written, std::u16string& absolute) const {
+  const std::optional<BrowserUrl> address = ReadBrowserUrl(written, base_ ? &*base_ : nullptr);
+  if (!address) return false;
+  absolute = address->Text();
+  return absolute.size() <= kMaxUrlLength;
+}
+
+std::u16string_view PageView::Action(const Attribute& attribute) {
+  const std::u16string_view written = tree_.TextOf(attribute);
+  const std::u16string_view absolute = Absolute(attribute);
+  const std::u16string_view host = HostOf(absolute);
+  return HasScheme(written) || (!host.empty() && host != host_) ? absolute : written;
 }
 
 const Markup& PageView::WrittenMarkup() {

@@ -14,6 +14,7 @@
 
 #include "DetectionEngine/text/DistinctTexts.h"
 #include "DetectionEngine/text/TextArena.h"
+#include "DetectionEngine/url/BrowserUrl.h"
 #include "documents/ImageSize.h"
 #include "documents/PageResources.h"
 #include "documents/html/Markup.h"
@@ -68,14 +69,19 @@ class PageView : private ValueReader {
   [[nodiscard]] std::size_t NumberOf(NodeId id) const noexcept { return tree_.nodes[id].previous - 1; }
   [[nodiscard]] const Markup& WrittenMarkup();
   [[nodiscard]] const VisibleText& WrittenText();
+  /// The address as a browser gives it; what it refuses, and what is too long to be decoded, as it stands.
   [[nodiscard]] std::u16string_view Absolute(const Attribute& attribute);
+  [[nodiscard]] bool Resolve(std::u16string_view written, std::u16string& absolute) const;
+  /// Where a form sends to: absolute when that is another host or names a scheme, else as it stands.
+  [[nodiscard]] std::u16string_view Action(const Attribute& attribute);
   void Take(std::size_t bytes);
   /// Keeps a derived text, which is then empty.
   std::u16string_view Keep(std::u16string& text);
   [[nodiscard]] std::int32_t ImageLength(NodeId id, NameId name);
 
   Tree tree_;
-  std::u16string base_;
+  std::optional<BrowserUrl> base_;
+  std::u16string host_;  ///< the page's own
   std::shared_ptr<const PageResources> resources_;
   GrowArray<NodeId> all_;
   GrowArray<NodeId> forms_;

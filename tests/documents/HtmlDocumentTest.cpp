@@ -70,6 +70,17 @@ TEST(OldMarkup, IsWrittenAsTheBrowserOfOldGaveIt) {
       {"<form action=x.php><script src=y.js></script><iframe src=z></iframe></form>",
        "<FORM action=\"x.php\"><SCRIPT src=\"y.js\"></SCRIPT><IFRAME src=z></IFRAME></FORM>"},
       {"<a href='java\nscript:x()'>y</a><a href=''>z</a>", "<A href=\"javascript:x()\">y</A><A href=\"\">z</A>"},
+      // As a browser writes and reads them.
+      {"<a href='HTTP://WWW.Evil.Test'>y</a><img src='https://CDN.test:443/a b/../\xC3\xA9?x#y'>",
+       "<A href=\"http://www.evil.test/\">y</A><IMG src=\"https://cdn.test/%C3%A9?x#y\">"},
+      {"<a href='https:///evil.test/x'>y</a><a href=' ht\ttps:evil\n.test '>z</a><a href='\\\\evil.test'>z</a>",
+       "<A href=\"https://evil.test/x\">y</A><A href=\"https://evil.test/\">z</A><A href=\"http://evil.test/\">z</A>"},
+      {"<form action='https:///evil.test'></form><form action=//evil.test/x></form><form action=/x?y></form>"
+       "<form action=//www.example.test/z></form>",
+       "<FORM action=\"https://evil.test/\"></FORM><FORM action=\"http://evil.test/x\"></FORM><FORM "
+       "action=\"/x?y\"></FORM><FORM action=\"//www.example.test/z\"></FORM>"},
+      {"<base href=http://evil.test/><form action=x.php></form>",
+       "<BASE href=\"http://evil.test/\"><FORM action=\"http://evil.test/x.php\"></FORM>"},
       // Types in lower case, and none where there is none.
       {"<INPUT TYPE=PASSWORD><input><button type=Submit></button><ol type=A>",
        "<INPUT type=password><INPUT><BUTTON type=submit></BUTTON><OL type=A></OL>"},
@@ -122,7 +133,8 @@ TEST(VisibleText, IsWhatAReaderSees) {
       {"a <select></select> b <textarea> </textarea> c <button></button> d", "a  b   c  d"},
       {"a <input type=HIDDEN> b <img hidden> c<table><tr><td>d <img><td><img> e", "a b c\r\nd  e\r\n"},
       // Not text, whatever stands there.
-      {"a<svg><title>c</title><desc>d</desc><style>e</style><defs>f</defs><metadata>g</metadata><text>h<title>i</title></"
+      {"a<svg><title>c</title><desc>d</desc><style>e</style><defs>f</defs><metadata>g</metadata><text>h<title>i</"
+       "title></"
        "text>"
        "<foreignObject><p>j</p></foreignObject></svg>k",
        "ah\r\nj\r\nk"},
