@@ -10,6 +10,7 @@
 #include "DetectionEngine/configuration/Pack.h"
 #include "DetectionEngine/configuration/TextSources.h"
 #include "DetectionEngine/platform/CodePage.h"
+#include "authoring/Sources.h"
 
 namespace zeph {
 
@@ -17,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kRulesFile[] = "Indicators.xml";
+constexpr char kIndicatorsFile[] = "Indicators.xml";
 
 std::string ContentOf(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -42,6 +43,21 @@ std::string AsValue(std::string_view text) {
   return value;
 }
 
+std::vector<RuleText> TextsOf(NamedRules rules) {
+  std::vector<RuleText> texts;
+  for (std::size_t i = 0; i < rules.names.size(); ++i) {
+    texts.push_back({std::move(rules.names[i]), std::move(rules.sentences[i])});
+  }
+  return texts;
+}
+
+std::vector<RuleText> FromFolder(const fs::path& folder) {
+  const SourceFile named{std::string(kRulesFile), ContentOf(folder / kRulesFile)};
+  if (named.text.empty()) return ReadRuleTexts(ContentOf(folder / kIndicatorsFile));
+  Diagnostics ignored;
+  return TextsOf(CompileRules(named, {}, ignored));
+}
+
 std::vector<RuleText> FromCabinet(const std::string& package) {
   if (const auto texts = CabExtractFile(package, kRuleTextsFile)) return ReadRuleTexts(*texts);
   // A pack brings the sources themselves.
@@ -50,7 +66,7 @@ std::vector<RuleText> FromCabinet(const std::string& package) {
   const auto files = content ? CreateVectorofFileData(*content) : std::nullopt;
   if (!files) return {};
   for (const PackedFile& file : *files) {
-    if (file.Name.find(kRulesFile) != std::string::npos) return ReadRuleTexts(file.FileData);
+    if (file.Name.find(kIndicatorsFile) != std::string::npos) return ReadRuleTexts(file.FileData);
   }
   return {};
 }
@@ -58,20 +74,9 @@ std::vector<RuleText> FromCabinet(const std::string& package) {
 }  // namespace
 
 std::vector<RuleText> ReadRuleTexts(std::string_view source) {
-  std::vector<RuleText> texts;
-  RuleText current;
-  while (const std::optional<SourceLine> line = NextLine(source)) {
-    if (line->tag == "<Indicator>") {
-      current = {};
-    } else if (line->tag == "<Name>") {
-      current.name = Narrow(DecodeEntities(line->tagValue));
-    } else if (line->tag == "<Sentence>") {
-      current.sentence = Narrow(DecodeEntities(line->tagValue));
-    } else if (line->tag == "</Indicator>") {
-      texts.push_back(std::exchange(current, {}));
-    }
-  }
-  return texts;
+  NamedRules rules;
+  ReadRuleNames(source, rules);
+  return TextsOf(std::move(rules));
 }
 
 std::string WriteRuleTexts(const std::vector<RuleText>& texts) {
@@ -90,7 +95,7 @@ std::string WriteRuleTexts(const std::vector<RuleText>& texts) {
 
 std::vector<RuleText> LoadRuleTexts(const std::string& packageOrFolder) {
   std::error_code error;
-  if (fs::is_directory(packageOrFolder, error)) return ReadRuleTexts(ContentOf(fs::path(packageOrFolder) / kRulesFile));
+  if (fs::is_directory(packageOrFolder, error)) return FromFolder(packageOrFolder);
   return fs::is_regular_file(packageOrFolder, error) ? FromCabinet(packageOrFolder) : std::vector<RuleText>();
 }
 

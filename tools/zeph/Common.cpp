@@ -10,12 +10,11 @@
 
 #include <unistd.h>
 
-#include "DetectionEngine/configuration/Pack.h"
-#include "DetectionEngine/configuration/TextSources.h"
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/Files.h"
 #include "judging/ShownText.h"
+#include "authoring/Sources.h"
 #include "tools/zeph/PrepareEngine.h"
 
 namespace zeph {
@@ -89,14 +88,32 @@ void UseConfiguration(const ConfigurationChoice& choice) {
   manager.Publish(std::move(changed));
 }
 
+std::vector<SourceFile> ReadSources(const std::string& folder) {
+  std::vector<SourceFile> files;
+  for (const std::string& path : SourceFiles(folder)) files.push_back({path, ReadFile(path)});
+  return files;
+}
+
+void ReportFindings(const std::string& folder, const Diagnostics& found, bool errorsEndIt) {
+  constexpr std::size_t kShown = 100;
+  std::size_t shown = 0;
+  for (const Diagnostic& one : found.All()) {
+    if (shown++ < kShown) std::cerr << Render(one);
+  }
+  if (shown > kShown) std::cerr << "... and " << shown - kShown << " more\n";
+  const std::size_t errors = found.Errors();
+  if (errors == 0 || !errorsEndIt) return;
+  throw CommandError(folder + ": " + std::to_string(errors) + (errors == 1 ? " error" : " errors"));
+}
+
 void LoadTextSources(const std::string& folder, ConfigurationPair& pair) {
-  std::vector<PackedFile> files;
-  for (const std::string& path : SourceFiles(folder)) {
-    files.push_back({std::filesystem::path(path).filename().string(), ReadFile(path)});
-  }
-  if (!ParseTextFiles(files, pair.configuration, pair.indicators)) {
-    throw CommandError(folder + ": more than a package can hold");
-  }
+  const std::vector<SourceFile> files = ReadSources(folder);
+  Diagnostics found;
+  Compiled compiled = CompileSources(files, false, found, std::move(pair.configuration));
+  ReportFindings(folder, found, true);
+  if (compiled.tooMuch) throw CommandError(folder + ": more than a package can hold");
+  pair.configuration = std::move(compiled.configuration);
+  pair.indicators = std::move(compiled.rules.rules);
   pair.configuration.BuildIndexes();
   pair.indicators.Prepare();
 }
@@ -107,8 +124,9 @@ std::vector<std::string> SourceFiles(const std::string& folder) {
   std::filesystem::directory_iterator entry(folder, error);
   for (const std::filesystem::directory_iterator end; !error && entry != end; entry.increment(error)) {
     std::error_code unknown;
-    // The notes of a package's makers lie beside its sources.
-    if (entry->is_regular_file(unknown) && entry->path().extension() != ".md") paths.push_back(entry->path());
+    // The notes of a package's makers and its tests lie beside its sources.
+    const std::filesystem::path extension = entry->path().extension();
+    if (entry->is_regular_file(unknown) && extension != ".md" && extension != ".test") paths.push_back(entry->path());
   }
   if (error) throw CommandError(folder + ": " + error.message());
   if (paths.empty()) throw CommandError(folder + ": holds no text sources");

@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 
 #include "DetectionEngine/configuration/ConfigurationMgr.h"
+#include "authoring/Diagnostics.h"
 #include "judging/PageList.h"
 #include "judging/Privacy.h"
 
@@ -51,7 +52,15 @@ void UseConfiguration(const ConfigurationChoice& choice);
 /// others by name. Throws CommandError.
 [[nodiscard]] std::vector<std::string> SourceFiles(const std::string& folder);
 
-/// Adds what the text sources of a folder say to a pair, and completes it as a load does. Throws CommandError.
+/// The same, read. Throws CommandError.
+[[nodiscard]] std::vector<SourceFile> ReadSources(const std::string& folder);
+
+/// Says on standard error what was found. Throws CommandError behind it when errors are among it and nothing is to be
+/// made of sources with errors.
+void ReportFindings(const std::string& folder, const Diagnostics& found, bool errorsEndIt);
+
+/// Adds what the sources of a folder say to a pair, and completes it as a load does. XML is taken as it stands. Throws
+/// CommandError.
 void LoadTextSources(const std::string& folder, ConfigurationPair& pair);
 
 /// --privacy, and --server of the configuration choice.
@@ -105,6 +114,8 @@ void AddInspectCommand(CLI::App& program, int& exitStatus);
 void AddRecordCommand(CLI::App& program, int& exitStatus);
 void AddReportCommand(CLI::App& program, int& exitStatus);
 void AddPackageCommand(CLI::App& program, int& exitStatus);
+/// Below the command "package": decompile, lint, test, diff.
+void AddAuthoringCommands(CLI::App& package, int& exitStatus);
 void AddRulesCommand(CLI::App& program, int& exitStatus);
 void AddServeCommand(CLI::App& program, int& exitStatus);
 void AddSettingsCommand(CLI::App& program, int& exitStatus);

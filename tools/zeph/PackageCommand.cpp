@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <span>
 
 #include "DetectionEngine/DetectionEngine.h"
 #include "DetectionEngine/configuration/Cabinet.h"
 #include "DetectionEngine/configuration/MemoryFileWriter.h"
 #include "DetectionEngine/configuration/Pack.h"
-#include "DetectionEngine/configuration/TextSources.h"
 #include "DetectionEngine/platform/Files.h"
+#include "authoring/Sources.h"
 #include "tools/zeph/Common.h"
 #include "judging/RuleTexts.h"
 #include "judging/ScratchFolder.h"
@@ -22,6 +24,7 @@ struct BuildOptions {
   std::string sources;
   std::string output;
   std::string format = "memory";
+  bool unchecked = false;
 };
 
 struct UnpackOptions {
@@ -47,10 +50,32 @@ std::vector<const char*> Pointers(const std::vector<std::string>& texts) {
   return pointers;
 }
 
+/// The XML sources of a folder as files that can be packed: its own, or those that were made of it.
+std::vector<std::string> FilesToPack(const BuildOptions& options, std::span<const SourceFile> sources,
+                                     const Compiled& compiled, const fs::path& folder) {
+  std::vector<std::string> files;
+  if (std::ranges::none_of(sources, [](const SourceFile& file) { return file.name.ends_with(".zeph"); })) {
+    for (const SourceFile& file : sources) files.push_back(file.name);
+    return files;
+  }
+  if (!compiled.refusal.empty()) {
+    throw CommandError(options.sources + ": can't be said in a pack of XML: " + compiled.refusal);
+  }
+  for (const PackedFile& file : compiled.xml) {
+    files.push_back((folder / file.Name).string());
+    WriteFile(files.back(), file.FileData);
+  }
+  return files;
+}
+
 /// The packed file of a package, under its name in the cabinet.
 fs::path MakePackedFile(const BuildOptions& options, const fs::path& folder) {
+  const std::vector<SourceFile> sources = ReadSources(options.sources);
+  Diagnostics found;
+  Compiled compiled = CompileSources(sources, !options.unchecked, found);
+  ReportFindings(options.sources, found, !options.unchecked);
   if (options.format == "pack") {
-    const std::vector<std::string> files = SourceFiles(options.sources);
+    const std::vector<std::string> files = FilesToPack(options, sources, compiled, folder);
     const fs::path packed = folder / "packed2.dat";
     if (!MakePack(Pointers(files).data(), static_cast<int>(files.size()), packed.c_str())) {
       throw CommandError(options.sources + ": can't be packed");
@@ -59,11 +84,10 @@ fs::path MakePackedFile(const BuildOptions& options, const fs::path& folder) {
     if (!OpenPacked(ReadFile(packed), &why)) throw CommandError(options.sources + ": " + why);
     return packed;
   }
-  ConfigurationPair pair;
-  LoadTextSources(options.sources, pair);
-  for (const auto text : kModuleTexts) pair.configuration.*text = kOwnText;
+  if (compiled.tooMuch) throw CommandError(options.sources + ": more than a package can hold");
+  for (const auto text : kModuleTexts) compiled.configuration.*text = kOwnText;
   const fs::path packed = folder / "packed3.dat";
-  const std::optional<std::string> content = SealMemoryFile(WriteMemoryFile(pair.configuration, pair.indicators));
+  const std::optional<std::string> content = SealMemoryFile(WriteMemoryFile(compiled.configuration, compiled.rules.rules));
   if (!content) throw CommandError(options.sources + ": more than a memory file can hold");
   WriteFile(packed, *content);
   return packed;
@@ -116,8 +140,8 @@ void Unpack(const UnpackOptions& options) {
 
 }  // namespace
 
-void AddPackageCommand(CLI::App& program, int&) {
-  CLI::App* package = program.add_subcommand("package", "Make and take apart configuration packages");
+void AddPackageCommand(CLI::App& program, int& exitStatus) {
+  CLI::App* package = program.add_subcommand("package", "Make, check, compare and take apart configuration packages");
   package->require_subcommand(1);
 
   CLI::App* build = package->add_subcommand("build", "Make a package from a folder of text sources");
@@ -127,6 +151,7 @@ void AddPackageCommand(CLI::App& program, int&) {
   build->add_option("--format", buildOptions->format, "memory: loads fast; pack: the sources themselves, packed")
       ->check(CLI::IsMember({"memory", "pack"}))
       ->capture_default_str();
+  build->add_flag("--unchecked", buildOptions->unchecked, "Make it of the sources as they stand, errors and all");
   build->footer("package/README.md and docs/package.md tell how sources are written.");
   build->callback([buildOptions] { Build(*buildOptions); });
 
@@ -135,6 +160,8 @@ void AddPackageCommand(CLI::App& program, int&) {
   unpack->add_option("package", unpackOptions->package, "The package")->required();
   unpack->add_option("--output", unpackOptions->output, "Folder to write into")->required();
   unpack->callback([unpackOptions] { Unpack(*unpackOptions); });
+
+  AddAuthoringCommands(*package, exitStatus);
 }
 
 }  // namespace zeph
