@@ -199,7 +199,7 @@ NamedRules RandomRules(std::mt19937& random) {
 
 TEST(RuleSource, GivesBackWhatItWroteDown) {
   std::mt19937 random(11);
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 500; ++round) {
     const NamedRules rules = RandomRules(random);
     const SourceFile file{"rules.zeph", DecompileRules(rules)};
     Diagnostics found;
@@ -215,7 +215,7 @@ TEST(RuleSource, BearsAnything) {
   const std::string_view pieces[] = {"rule ", "fact ", "list ", "a", "b", " = ", "when ", "unless ", "and ", "or ", "not ", "[", "]", ",", "\"",
                                      "\\u{", "}", "\n", "#", "UrlHost ", "Contains ", "FlagIsSet ", "type ", "raw ", "9", "-", "stage ", "weight ",
                                      "\xC3", "from ", "say ", "brand ", "name ", "domains ", "case ", "verdict "};
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 500; ++round) {
     std::string text;
     for (std::size_t n = random() % 40; n > 0; --n) text += pieces[random() % std::size(pieces)];
     const SourceFile file{"rules.zeph", text};
