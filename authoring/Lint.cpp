@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "DetectionEngine/DetectionEngine.h"
 #include "DetectionEngine/configuration/HostMatching.h"
@@ -50,22 +51,36 @@ class Linter {
   }
 
  private:
-  /// Where a source says the text: in the file that is named, as a whole word if it can be.
-  [[nodiscard]] Place Where(std::string_view file, std::u16string_view what) const {
+  static bool IsWord(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_';
+  }
+
+  /// The first place of each word of a source. Findings are many, and sources long.
+  const std::unordered_map<std::string_view, std::size_t>& WordsOf(const SourceFile& source) {
+    const auto [entry, isNew] = words_.try_emplace(&source);
+    auto& words = entry->second;
+    const std::string_view text = source.text;
+    for (std::size_t at = 0; isNew && at < text.size();) {
+      std::size_t end = at;
+      while (end < text.size() && IsWord(text[end])) ++end;
+      if (end > at) words.emplace(text.substr(at, end - at), at);
+      at = end + 1;
+    }
+    return words;
+  }
+
+  /// Where a source says the text: in the file that is named, as a whole word if it is one.
+  [[nodiscard]] Place Where(std::string_view file, std::u16string_view what) {
     const std::string text = Narrow(what);
-    const auto isWord = [](char c) {
-      return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-';
-    };
     for (const SourceFile& source : sources_) {
       const bool isThere = source.name.find(file) != std::string::npos ||
                            ((file == "TrustedDomains" || file == "SafeList") && source.name.ends_with("brands.zeph"));
       if (!isThere || text.empty()) continue;
-      for (std::size_t at = source.text.find(text); at != std::string::npos; at = source.text.find(text, at + 1)) {
-        const std::size_t end = at + text.size();
-        if ((at == 0 || !isWord(source.text[at - 1])) && (end == source.text.size() || !isWord(source.text[end]))) {
-          return {&source, at, text.size()};
-        }
-      }
+      const bool isOneWord = std::ranges::all_of(text, IsWord);
+      const auto& words = WordsOf(source);
+      const auto word = words.find(text);
+      const std::size_t at = !isOneWord ? source.text.find(text) : word != words.end() ? word->second : std::string::npos;
+      if (at != std::string::npos) return {&source, at, text.size()};
     }
     for (const SourceFile& source : sources_) {
       if (source.name.find(file) != std::string::npos) return {&source, 0, 0};
@@ -282,6 +297,7 @@ class Linter {
   std::span<const SourceFile> sources_;
   Diagnostics& found_;
   std::map<std::u16string, std::u16string> owners_;
+  std::map<const SourceFile*, std::unordered_map<std::string_view, std::size_t>> words_;
 };
 
 }  // namespace
