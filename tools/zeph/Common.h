@@ -108,6 +108,7 @@ class Progress {
 
 /// Each adds one command to the program; its callback runs the command and may throw CommandError.
 /// exitStatus receives what isn't kExitDone.
+void AddBrandCommands(CLI::App& program);  ///< brand, and untwist from the other side
 void AddCheckCommand(CLI::App& program, int& exitStatus);
 void AddEvalCommand(CLI::App& program, int& exitStatus);
 void AddInspectCommand(CLI::App& program, int& exitStatus);

@@ -67,6 +67,7 @@ int main(int argc, char** argv) {
   int exitStatus = zeph::kExitDone;
   zeph::AddCheckCommand(program, exitStatus);
   zeph::AddEvalCommand(program, exitStatus);
+  zeph::AddBrandCommands(program);
   zeph::AddInspectCommand(program, exitStatus);
   zeph::AddRecordCommand(program, exitStatus);
   zeph::AddReportCommand(program, exitStatus);
