@@ -417,7 +417,7 @@ TEST_F(CommandLine, RecordingsOfPagesGiveWhatThePagesGive) {
       std::string(300, '<') + "div><pre>  kept\r\n  so</pre><div style='display:none'>hidden</div><br>end",
   };
   const std::string url = " --url 'http://www.unknown-shop.example/account/?u=secret5' ";
-  const std::string rules = " --sources " ZEPH_SOURCE_DIR "/package ";
+  const std::string rules = " --package " + (fs::path(ZEPH_PROGRAM).parent_path() / "zeph.zip").string() + " ";
   for (const std::string& page : pages) {
     WriteText(folder_ / "page.html", page);
     ASSERT_EQ(Run("record page.html --output page.json" + url).status, 0) << page;
