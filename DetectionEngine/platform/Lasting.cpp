@@ -23,18 +23,23 @@ constinit Entry* newest = nullptr;
 /// may be gone by then.
 constinit sem_t* ending = nullptr;
 
-[[gnu::constructor]] void WatchForTheEnd() {
-  ending = new sem_t;
-  sem_init(ending, 0, 0);
+/// Has the end of the process told before any module's destructors run: what is registered last is called first, and the
+/// destructors are registered when the program starts. Objects that are made before that, while libraries come up, are not
+/// yet in use by threads; so each new one asks again. Under the guard.
+void WatchForTheEnd() {
+  if (ending == nullptr) {
+    ending = new sem_t;
+    sem_init(ending, 0, 0);
+  }
   const auto post = reinterpret_cast<void (*)(void*)>(reinterpret_cast<void (*)()>(&sem_post));
-  // With no module to belong to it is called at the end of the process only, and then before any module's destructors.
+  // With no module to belong to it is called at the end of the process only.
   if (abi::__cxa_atexit(post, ending, nullptr) != 0) sem_post(ending);
 }
 
 // The last of this module's destructors, by its priority.
 [[gnu::destructor(101)]] void RemoveAll() {
   int value = 0;
-  if (sem_getvalue(ending, &value) != 0 || value > 0) return;
+  if (ending == nullptr || sem_getvalue(ending, &value) != 0 || value > 0) return;
   while (Entry* const entry = newest) {
     newest = entry->next;
     entry->remove(entry->object);
@@ -47,6 +52,7 @@ constinit sem_t* ending = nullptr;
 void RemoveAtUnload(void (*remove)(void*), void* object) {
   const std::lock_guard lock(guard);
   newest = new Entry{remove, object, newest};
+  WatchForTheEnd();
 }
 
 }  // namespace zeph
