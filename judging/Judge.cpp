@@ -101,6 +101,7 @@ Judgement Judge::Of(const Input& input) const {
   std::string reason;
   std::optional<PageSource> source = ReadPageFile(input.text, reason);
   if (!source) return NotJudged(input.text, std::move(reason));
+  if (!options_.exact && source->recording == nullptr && source->bytes.empty()) return NotJudged(input.text, "empty");
   Judgement judgement = OfPage(*std::move(source), input.pageUrl);
   judgement.input = input.text;
   return judgement;

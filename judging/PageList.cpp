@@ -83,7 +83,10 @@ void ReadFolder(const fs::path& folder, Found& found, std::vector<fs::path>& nex
   for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
     std::error_code unknown;
     const fs::path& path = entry->path();
-    if (fs::is_directory(entry->symlink_status(unknown))) {
+    const fs::file_status status = entry->symlink_status(unknown);
+    if (unknown) {
+      found.refused.push_back({path.string(), "", unknown.message()});
+    } else if (fs::is_directory(status)) {
       folders.push_back(path);
     } else if (PageKindOfName(path.string())) {
       // A link in a circle is no file, but a page that can't be read, and as such it is told.

@@ -127,10 +127,6 @@ std::optional<std::string> ReadPageBytes(const std::string& path, std::string& e
 std::optional<PageSource> ReadPageFile(const std::string& path, std::string& error) {
   std::optional<std::string> bytes = ReadPageBytes(path, error);
   if (!bytes) return std::nullopt;
-  if (bytes->empty()) {
-    error = "empty";
-    return std::nullopt;
-  }
   std::optional<PageKind> kind = PageKindOfName(path);
   if (!kind) kind = PageKindOfContent(*bytes);
   if (!kind) {

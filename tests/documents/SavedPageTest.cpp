@@ -148,7 +148,7 @@ TEST(SavedPage, BearsAddressesOfAnyDepth) {
     const auto page = ReadMhtml("MIME-Version: 1.0\r\n" + inner, error);
     ASSERT_TRUE(page) << header << ' ' << error;
     EXPECT_EQ(page->html, "To: read") << header;
-    ReadMhtml("MIME-Version: 1.0\r\nContent-Type: message/rfc822\r\n\r\n" + inner, error);
+    (void)ReadMhtml("MIME-Version: 1.0\r\nContent-Type: message/rfc822\r\n\r\n" + inner, error);
   }
 }
 

@@ -146,8 +146,8 @@ TEST_F(CommandLine, TrustsNoPageOnItsOwnWord) {
   const fs::path sources = Sources();
   // One rule vouches for the bank's own site, one holds what asks for a password.
   WriteText(sources / "Indicators.xml",
-            "<Indicator>\n<OnWeight>0.0</OnWeight>\n<Category>0</Category>\n<Expression>\n<FieldID>6</FieldID>\n"
-            "<MethodID>21</MethodID>\n<ValueType>1</ValueType>\n<Value>www.bank.example</Value>\n</Expression>\n"
+            "<Indicator>\n<OnWeight>0.0</OnWeight>\n<Category>0</Category>\n<Expression>\n<FieldID>3</FieldID>\n"
+            "<MethodID>6</MethodID>\n<ValueType>1</ValueType>\n<Value>www.bank.example</Value>\n</Expression>\n"
             "</Indicator>\n");
   const std::string at = "https://www.bank.example/signin";
   const std::pair<std::string, std::string> pages[] = {
@@ -203,7 +203,7 @@ TEST_F(CommandLine, OneInputHarmsNoOther) {
     EXPECT_EQ(lines[count - 2]["verdict"], "unclassified") << lines[count - 2];
     for (std::size_t i = 0; i + 2 < count; ++i) EXPECT_EQ(lines[i]["verdict"], "not-judged") << lines[i];
   }
-  EXPECT_EQ(Run("check --json --sources " + Sources() + " " + std::string(5000, 'x') + " .").Lines().size(), 6U);
+  EXPECT_EQ(Run("check --json --sources " + Sources() + " " + std::string(5000, 'x') + " .").Lines().size(), 4U);
 }
 
 TEST_F(CommandLine, WritesInSeveralFormats) {
@@ -422,16 +422,17 @@ TEST_F(CommandLine, RecordingsOfPagesGiveWhatThePagesGive) {
     WriteText(folder_ / "page.html", page);
     ASSERT_EQ(Run("record page.html --output page.json" + url).status, 0) << page;
     const auto answer = [&](const std::string& input) {
-      Json verdict = Run("check --json --explain" + rules + input).Lines().at(0);
+      Json verdict = Run("check --exact --json --explain" + rules + input).Lines().at(0);
       verdict.erase("input");
+      verdict.erase("urlSource");
       return Run("inspect page --installation server" + rules + input).out + verdict.dump();
     };
     EXPECT_EQ(answer("page.json"), answer("page.html" + url)) << page;
 
     ASSERT_EQ(Run("record page.html --scrub --output page.json" + url).status, 0) << page;
     EXPECT_EQ(ReadText(folder_ / "page.json").find("secret"), std::string::npos) << page;
-    const auto scrubbed = Run("check --json" + rules + "page.json").Lines();
-    const auto whole = Run("check --json" + rules + "page.html" + url).Lines();
+    const auto scrubbed = Run("check --exact --json" + rules + "page.json").Lines();
+    const auto whole = Run("check --exact --json" + rules + "page.html" + url).Lines();
     ASSERT_TRUE(scrubbed.size() == 1 && whole.size() == 1) << page;
     EXPECT_EQ(scrubbed[0]["classification"], whole[0]["classification"]) << page;
   }

@@ -114,6 +114,9 @@ class Report {
   void Take(Outcome outcome) {
     totals_.Add(outcome.judgement);
     anyHeld_ = anyHeld_ || IsHeld(outcome.judgement.verdict);
+    // Whoever asks for the engine's own answer has it, whatever it is.
+    const bool hasAnswer = options_.judge.exact && outcome.judgement.result.has_value();
+    anyUnjudged_ = anyUnjudged_ || (outcome.judgement.verdict == Verdict::kNotJudged && !hasAnswer);
     if (options_.held && !IsHeld(outcome.judgement.verdict)) return;
     if (!options_.group.empty()) return groups_.Add(outcome.key, outcome.judgement);
     if (options_.sort.empty()) return Print(outcome.text);
@@ -129,7 +132,7 @@ class Report {
     }
     if (options_.format == "json") PrintLine("\n]");
     if (format_.isForPeople && totals_.Inputs() > 1) PrintLine("\n" + Shown(totals_.Text()));
-    if (totals_.NotJudged() != 0) {
+    if (anyUnjudged_) {
       PrintError(totals_.Complaint());
       return kExitError;
     }
@@ -149,6 +152,7 @@ class Report {
   std::vector<std::pair<std::string, std::string>> sorted_;
   std::size_t printed_ = 0;
   bool anyHeld_ = false;
+  bool anyUnjudged_ = false;
 };
 
 bool WantsColours(const CheckOptions& options, const Format& format) {

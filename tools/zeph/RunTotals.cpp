@@ -13,7 +13,9 @@ void RunTotals::Add(const Judgement& judgement) {
   ++counts_[static_cast<std::size_t>(judgement.verdict)];
   if (const std::string brand = ImitatedBrand(judgement); !brand.empty()) ++brands_[brand];
   if (judgement.verdict == Verdict::kNotJudged && NotJudged() == 1) {
-    firstComplaint_ = judgement.input + ": " + judgement.reason;
+    constexpr std::size_t kMost = 200;  // bytes of an input that one line names
+    firstComplaint_ = judgement.input.substr(0, kMost) + (judgement.input.size() > kMost ? "..." : "") + ": " +
+                      judgement.reason;
   }
 }
 
