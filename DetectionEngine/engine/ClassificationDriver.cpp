@@ -201,10 +201,10 @@ std::int32_t JudgeUrl(const char16_t* url, std::int32_t* classification, char16_
     return 0;
   }
   *classification = kZephUnclassified;
+  std::optional<LogBatch> batch(std::in_place);
   ConfigurationMgr& manager = Process().configurationMgr;
   if (!manager.Run()) return 1;
 
-  std::optional<LogBatch> batch(std::in_place);
   Classification work(manager.Active());
   const ScopedPerfTimer timer([&] { return ("ClassifyURL for " + Narrow(urlText)).substr(0, kTimerNameLimit); });
   UrlParser parser;
