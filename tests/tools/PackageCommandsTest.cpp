@@ -21,7 +21,7 @@ struct Outcome {
   std::string out;  ///< standard error too
 };
 
-Outcome Run(const std::string& arguments) {
+Outcome Zeph(const std::string& arguments) {
   FILE* const pipe = popen((std::string(ZEPH_PROGRAM) + " " + arguments + " 2>&1").c_str(), "r");
   Outcome outcome;
   std::array<char, 4096> buffer{};
@@ -61,23 +61,23 @@ TEST_F(PackageCommands, TheGuidesExamplesAreWholeAndPassTheirCases) {
   Put("s/rules.zeph", Example("zeph"));
   Put("s/brands.zeph", Example("zeph-brands"));
   Put("s/cases.test", Example("zeph-cases"));
-  const Outcome lint = Run("package lint --strict " + At("s"));
+  const Outcome lint = Zeph("package lint --strict " + At("s"));
   EXPECT_EQ(lint.status, 0) << lint.out;
-  const Outcome test = Run("package test " + At("s"));
+  const Outcome test = Zeph("package test " + At("s"));
   EXPECT_EQ(test.status, 0) << test.out;
   EXPECT_NE(test.out.find("2 cases, 0 failed"), std::string::npos) << test.out;
   // In either form, and back.
   for (const char* const format : {"memory", "pack"}) {
-    const Outcome build = Run("package build --sources " + At("s") + " --output " + At("p.zip") + " --format " + format);
+    const Outcome build = Zeph("package build --sources " + At("s") + " --output " + At("p.zip") + " --format " + format);
     EXPECT_EQ(build.status, 0) << build.out;
-    const Outcome decompile = Run("package decompile " + At("p.zip") + " --output " + At("d"));
+    const Outcome decompile = Zeph("package decompile " + At("p.zip") + " --output " + At("d"));
     EXPECT_EQ(decompile.status, 0) << decompile.out;
-    const Outcome diff = Run("package diff " + At("p.zip") + " " + At("d"));
+    const Outcome diff = Zeph("package diff " + At("p.zip") + " " + At("d"));
     EXPECT_EQ(diff.out, "they say the same\n");
   }
 
   Put("s/cases.test", Example("zeph-cases") + "\ncase \"http://other.example/\"\n  verdict spoofing\n  fires call-to-act\n");
-  const Outcome failed = Run("package test " + At("s"));
+  const Outcome failed = Zeph("package test " + At("s"));
   EXPECT_EQ(failed.status, 1);
   for (const char* const part : {"cases.test:10: http://other.example/", "- verdict spoofing", "+ verdict unclassified", "- fires call-to-act",
                                  "3 cases, 1 failed"}) {
@@ -89,13 +89,13 @@ TEST_F(PackageCommands, BuildRefusesWhatIsBrokenUnlessToldNotToLook) {
   fs::create_directories(folder_ / "s");
   Put("s/PopularSites.xml", "<Domain>a.test</Domain>\n<Domian>b.test</Domian>\n\n<Domain>c.test</Domain>\n");
   const std::string build = "package build --sources " + At("s") + " --output " + At("p.zip");
-  const Outcome refused = Run(build);
+  const Outcome refused = Zeph(build);
   EXPECT_EQ(refused.status, 2);
   EXPECT_FALSE(fs::exists(At("p.zip")));
   for (const char* const part : {"PopularSites.xml:2:1: error: ", "did you mean <Domain>?", "PopularSites.xml:3:1: error: an empty line", "2 errors"}) {
     EXPECT_NE(refused.out.find(part), std::string::npos) << part << "\n" << refused.out;
   }
-  EXPECT_EQ(Run(build + " --unchecked").status, 0);
+  EXPECT_EQ(Zeph(build + " --unchecked").status, 0);
   EXPECT_TRUE(fs::exists(At("p.zip")));
 }
 
