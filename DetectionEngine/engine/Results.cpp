@@ -133,7 +133,7 @@ std::unique_ptr<EngineResults> MakeReport(const PageData& page, const Indicators
   report->labelText = page.body.labelText;
   report->title = page.body.title;
   for (const FormRecord& form : page.forms.records) {
-    if (!form.submitValue.empty()) report->submitValues += form.submitValue + u" ";
+    if (!form.submitValue.empty()) report->submitValues.append(form.submitValue).append(1, u' ');
   }
   report->diagnosticText = page.diagnosticText;
   report->documentUrl = page.documentUrl.RawUrl;
