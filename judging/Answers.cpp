@@ -60,18 +60,18 @@ std::string AnswerInWords(std::int32_t answer) {
              : std::to_string(answer);
 }
 
+std::string_view KindOf(const ServerCall& call) { return call.kind == ServerCall::Kind::kCheck ? "check" : "report"; }
+
 /// What the server had to do with a verdict.
 void TellServer(std::ostream& out, const Judgement& judgement) {
   const Settlement& settlement = judgement.trace.settlement;
   const std::string server =
       judgement.trace.pair == nullptr ? "" : Shown(judgement.trace.pair->configuration.Resources.Server);
-  for (const SentCall& call : judgement.sent) {
-    out << "\n    " << (call.done ? "sent: " : "not sent: ") << call.kind << " of " << Shown(call.url) << " to "
-        << (server.empty() ? "no server" : server) << (call.done ? "" : " (see --privacy)");
+  for (const ServerCall& call : settlement.calls) {
+    out << "\n    " << (call.sent ? "sent: " : "not sent: ") << KindOf(call) << " of " << Shown(call.url) << " to "
+        << (server.empty() ? "no server" : server) << (call.sent ? "" : " (see --privacy)");
   }
-  const bool wasAsked = std::ranges::any_of(
-      judgement.sent, [](const SentCall& call) { return call.kind == "check" && call.done; });
-  if (wasAsked && settlement.serverAnswer) out << "\n    the server answered " << AnswerInWords(*settlement.serverAnswer);
+  if (settlement.serverAnswer) out << "\n    the server answered " << AnswerInWords(*settlement.serverAnswer);
   if (settlement.heldBack) {
     out << "\n    held for spoofing, but the warning is held back: a score changed between two visits less than a day "
            "ago";
@@ -177,8 +177,8 @@ std::string JsonAnswer(const Judgement& judgement, bool explains) {
   WriteMember(json, "heldBack", judgement.trace.settlement.heldBack);
   json.Key("sent");
   json.BeginArray();
-  for (const SentCall& call : judgement.sent) {
-    WriteObject(json, "kind", call.kind, "url", call.url, "done", call.done);
+  for (const ServerCall& call : judgement.trace.settlement.calls) {
+    WriteObject(json, "kind", KindOf(call), "url", call.url, "done", call.sent);
   }
   json.EndArray();
   if (explains) WriteMember(json, "reasons", judgement.reasons);

@@ -12,7 +12,6 @@
 #include "DetectionEngine/EngineResults.h"
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/platform/CodePage.h"
-#include "judging/Privacy.h"
 #include "judging/TypedAddress.h"
 
 namespace zeph {
@@ -196,8 +195,11 @@ void Judge::ClassifyPage(IHTMLDocument2& document, const std::u16string& pageUrl
 }
 
 void Judge::Conclude(bool isPage, Judgement& judgement) const {
-  judgement.sent = TakeCalls(judgement.trace.settlement, judgement.url);
-  if (judgement.result == -1) {
+  if (judgement.result == kZephTooCostly) {
+    judgement.reason = "too costly";
+  } else if (judgement.result == kZephOutOfMemory) {
+    judgement.reason = "too costly: memory ran out";
+  } else if (judgement.result == -1) {
     judgement.reason = "the engine can't take its address apart";
   } else if (judgement.result == 1 && judgement.trace.pair == nullptr) {
     judgement.reason = "no configuration could be loaded";

@@ -30,13 +30,6 @@ enum class Verdict : std::uint8_t {
   return verdict == Verdict::kSpoofing || verdict == Verdict::kSpoofingConfirmed || verdict == Verdict::kScriptAttack;
 }
 
-/// A call of the classification server.
-struct SentCall {
-  std::string_view kind;  ///< "check" or "report"
-  std::u16string url;
-  bool done = false;  ///< it went out; else the privacy level kept it back
-};
-
 /// What the engine said and what is made of it. An out-parameter that the call didn't write, or a call that wasn't made,
 /// is absent.
 struct Judgement {
@@ -45,7 +38,7 @@ struct Judgement {
   std::optional<std::int32_t> classification;
   std::optional<float> spooficity;
   std::optional<std::u16string> siteName;
-  ClassificationTrace trace;  ///< with results if an explanation was asked for
+  ClassificationTrace trace;  ///< what was sent and held back; with results if an explanation was asked for
 
   Verdict verdict = Verdict::kNotJudged;
   std::string reason;   ///< why it wasn't judged
@@ -53,7 +46,6 @@ struct Judgement {
   UrlSource urlSource = UrlSource::kNone;
   bool byContentAlone = false;  ///< a page whose address nobody but itself tells
   std::string intake;           ///< what was done to the text before it was an address; may be empty
-  std::vector<SentCall> sent;       ///< what left the machine, or would have at a higher privacy level
   std::vector<Reason> reasons;      ///< strongest first, if an explanation was asked for
 };
 

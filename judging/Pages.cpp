@@ -39,6 +39,7 @@ class Readdressed final : public IHTMLDocument2 {
   TextAnswer get_referrer() noexcept override { return document_.get_referrer(); }
   TextAnswer get_URL() noexcept override { return url_ ? TextAnswer{0, *url_} : document_.get_URL(); }
   IUrlCache* UrlCache() noexcept override { return document_.UrlCache(); }
+  PageBudget* Budget() noexcept override { return document_.Budget(); }
 
  private:
   IHTMLDocument2& document_;

@@ -13,10 +13,12 @@
 #include "judging/Answers.h"
 #include "judging/Json.h"
 #include "judging/Judge.h"
+#include "judging/Privacy.h"
 #include "judging/RuleTexts.h"
 #include "judging/ShownText.h"
 #include "tools/zeph/Common.h"
 #include "tools/zeph/OrderedJobs.h"
+#include "tools/zeph/PrepareEngine.h"
 #include "tools/zeph/RunTotals.h"
 
 namespace zeph {
@@ -163,6 +165,7 @@ bool WantsColours(const CheckOptions& options, const Format& format) {
 
 int Check(const CheckOptions& options) {
   UseConfiguration(options.configuration);
+  if (options.judge.exact) PrepareEngine(true);
   const PrivacyGuard privacy(PrivacyOf(options.privacy));
   PageMap map;
   if (!options.map.empty()) {
