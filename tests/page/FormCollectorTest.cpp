@@ -64,8 +64,8 @@ TEST(FormCollector, ListsOfHiddenFieldsStayParallel) {
   ASSERT_EQ(data.records.size(), 1U);
   const FormRecord& form = data.records[0];
   EXPECT_EQ(form.hiddenCount, 5);
-  EXPECT_EQ(form.hiddenNames, (std::vector<std::u16string>{u"a", u"", u"", u"b"}));
-  EXPECT_EQ(form.hiddenValues, (std::vector<std::u16string>{u"", u"x@y.z", u"second@y.z", u"c"}));
+  EXPECT_EQ(form.hiddenNames, (Texts{u"a", u"", u"", u"b"}));
+  EXPECT_EQ(form.hiddenValues, (Texts{u"", u"x@y.z", u"second@y.z", u"c"}));
   EXPECT_EQ(form.hiddenAddress, u"x@y.z");
   EXPECT_FALSE(form.hasUserFields);
   EXPECT_EQ(data.numVisibleForms, 0);
