@@ -43,9 +43,10 @@ inline constexpr Status kStatusTooCostly = static_cast<Status>(0x80070718U);
 /// Once something was refused the page counts as too costly and is not judged. One thread at a time.
 class PageBudget {
  public:
-  /// What is derived from a page may take so many times the room of the page, and this much whatever its size.
-  static constexpr std::size_t kTimes = 11;
-  static constexpr std::size_t kLeast = std::size_t{23} << 20;
+  /// What is derived from a page may take so many times the room of the page, and this much whatever its size. That
+  /// keeps all that reading takes, what isn't counted included, below twelve times the page or 24 MiB.
+  static constexpr std::size_t kTimes = 10;
+  static constexpr std::size_t kLeast = std::size_t{19} << 20;
   [[nodiscard]] static constexpr PageBudget ForPage(std::size_t pageBytes) noexcept {
     return PageBudget(pageBytes < kLeast / kTimes ? kLeast : kTimes * pageBytes);
   }

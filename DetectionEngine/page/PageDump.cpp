@@ -119,7 +119,12 @@ class PageDump::Walker {
     const std::u16string_view separator = text.empty() ? u"" : u"\r\n";
     std::size_t length = separator.size();
     for (const std::u16string_view part : parts) length += part.size();
-    kept_.TakeText(2 * length);  // in its block, and in the whole
+    try {
+      kept_.TakeText(2 * length);  // in its block, and in the whole
+    } catch (const TooCostly&) {
+      tooLarge_ = true;
+      return;
+    }
     text.append(separator);
     for (const std::u16string_view part : parts) text.append(part);
   }

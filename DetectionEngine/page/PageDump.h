@@ -19,8 +19,8 @@ class PageDump {
   static constexpr int kDepthLimit = 150;
 
   /// Walks the document. visibleText is kept as a view and must stay until Text was called. Gives the status of the
-  /// body, kStatusUnexpected without a document. A page with a million children that don't come counts as too large.
-  /// Throws TooCostly.
+  /// body, kStatusUnexpected without a document. A page whose dump costs too much counts as too large, as does one
+  /// with a million children that don't come.
   Status Build(IHTMLDocument2* document, std::u16string_view visibleText);
   /// The four blocks.
   [[nodiscard]] std::u16string Text() const;
