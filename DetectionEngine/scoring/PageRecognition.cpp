@@ -133,7 +133,12 @@ IndicatorResult RecognisedPage(const PageData& pageData, bool isClient) {
     result.on = true;
     return result;
   }
-  std::u16string captions;
+  std::size_t length = 0;
+  for (const Texts* list : {&pageData.all.captions, &pageData.all.textsOfTagF}) {
+    for (const std::u16string_view text : *list) length += text.size() + 1;
+  }
+  std::u16string captions;  // of texts in one another it can be long
+  captions.reserve(length);
   for (const Texts* list : {&pageData.all.captions, &pageData.all.textsOfTagF}) {
     for (const std::u16string_view text : *list) captions.append(1, u' ').append(text);
   }
