@@ -273,8 +273,8 @@ std::int32_t JudgeSite(IHTMLDocument2* document, std::int32_t* classification, c
 
   Settlement* const settlement = trace != nullptr ? &trace->settlement : nullptr;
   SiteClassification site(*document, work, readTimer,
-                          {classification, siteName, trace != nullptr ? trace->nameRoom : std::size_t{kZephNameRoom}, spooficity,
-                           engineResults, settlement});
+                          {classification, siteName, spooficity, engineResults, settlement,
+                           trace != nullptr ? trace->nameRoom : std::size_t{kZephNameRoom}});
   const Status status = site.Run();
   KeepTrace(trace, work);
   if (site.ReadToEnd()) LogUrl("ClassifySite END", namedUrl);

@@ -27,10 +27,10 @@ struct Settlement {
 struct ResultOutputs {
   std::int32_t* classification = nullptr;
   char16_t* siteName = nullptr;
-  std::size_t nameRoom = kZephNameRoom;  ///< characters that siteName has room for
   float* spooficity = nullptr;
   EngineResults** engineResults = nullptr;
   Settlement* settlement = nullptr;
+  std::size_t nameRoom = kZephNameRoom;  ///< characters that siteName has room for
 };
 
 /// The last step of a page's classification: names the brand, asks the server about a page that the engine alone holds
@@ -39,8 +39,8 @@ struct ResultOutputs {
 void SetResults(std::int32_t classification, float score, const PageData& pageData, const Indicators& indicators,
                 std::span<const IndicatorResult> results, const ResultOutputs& outputs);
 
-/// Copies the company name of a brand into the caller's buffer, with its terminator, as much of it as fits. A null buffer, an empty brand or
-/// a brand without a name leave the buffer alone.
+/// Copies the company name of a brand into the caller's buffer, with its terminator, as much of it as fits. A null
+/// buffer, an empty brand or a brand without a name leave the buffer alone.
 void WriteSiteName(const Configuration& configuration, std::u16string_view brand, char16_t* siteName, std::size_t room);
 
 }  // namespace zeph

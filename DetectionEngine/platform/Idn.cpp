@@ -19,9 +19,8 @@ bool IsAscii(std::u16string_view text) noexcept {
 /// Some label begins with "xn--".
 bool HasPunycode(std::u16string_view host) noexcept {
   constexpr std::u16string_view kPrefix = u"xn--";
-  const auto label =
-      std::ranges::search(host, kPrefix, [](char16_t a, char16_t b) { return (a | 0x20) == b || a == b; });
-  return !label.empty();
+  const auto same = [](char16_t a, char16_t b) { return (a | 0x20) == b || a == b; };
+  return std::search(host.begin(), host.end(), kPrefix.begin(), kPrefix.end(), same) != host.end();
 }
 
 /// What the standard of URLs lets pass: hyphens and dots anywhere, lengths that DNS will refuse.

@@ -6,9 +6,9 @@
 
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/text/Text.h"
+#include "judging/Json.h"
 #include "tools/lookalikes/Lookalikes.h"
 #include "tools/zeph/Common.h"
-#include "tools/zeph/Json.h"
 
 namespace zeph {
 
