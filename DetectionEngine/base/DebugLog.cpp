@@ -111,6 +111,10 @@ class LogSettings {
     return {directory_.data(), directoryLength_};
   }
 
+  // A child process finds the settings whole, and nobody who reads them.
+  void BeforeFork() { reading_.lock(); }
+  void AfterFork() { reading_.unlock(); }
+
   std::atomic<int> level{kLevelNotSet};
 
  private:
@@ -351,7 +355,15 @@ constinit thread_local int batchDepth = 0;
 constinit std::atomic<bool> ending{false};
 
 [[gnu::constructor]] void WatchForks() {
-  AtFork([] { writer.BeforeFork(); }, [] { writer.AfterFork(); });
+  AtFork(
+      [] {
+        writer.BeforeFork();
+        settings.BeforeFork();
+      },
+      [] {
+        settings.AfterFork();
+        writer.AfterFork();
+      });
 }
 
 [[gnu::destructor]] void WriteTheLast() {

@@ -155,7 +155,7 @@ void Classify() {
 }
 
 TEST(SharedLibrary, ProgramMayEndWhileItsThreadsClassify) {
-  for (int round = 0; round < 30; ++round) {
+  for (int round = 0; round < 12; ++round) {
     EXPECT_TRUE(EndsWell([round] {
       Classify();
       for (int i = 0; i < 8; ++i) {
@@ -169,10 +169,10 @@ TEST(SharedLibrary, ProgramMayEndWhileItsThreadsClassify) {
 }
 
 TEST(SharedLibrary, ChildOfAProgramThatLoadsIsFreeOfTheLoad) {
-  for (int round = 0; round < 30; ++round) {
+  for (int round = 0; round < 12; ++round) {
     EXPECT_TRUE(EndsWell([round] {
       SetConfigFileBaseName("libDetectionEngine");
-      std::this_thread::sleep_for(std::chrono::milliseconds(round / 3));
+      std::this_thread::sleep_for(std::chrono::milliseconds(round));
       if (!EndsWell(Classify)) _exit(1);
       Classify();
     }));

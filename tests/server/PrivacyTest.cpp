@@ -138,12 +138,12 @@ TEST_F(Privacy, TheServersAnswerIsShownWithWhatBecameOfIt) {
   Fill(Path("verdicts"), "confirmed url " + site + "/confirmed?a=b\nspoofing url " + site + "/spoofing?a=b\n" +
                              "trustworthy url " + site + "/trustworthy?a=b\nconfirmed url " + site + "/partial\n");
   const Case cases[] = {
-      {"/unknown", "full", "SPOOFING", "the server check.example was asked: 2, spoofing", false},
-      {"/confirmed?a=b", "full", "confirmed by the server", "was asked: 5, confirmed; reported to it", true},
-      {"/spoofing?a=b", "full", "SPOOFING", "was asked: 2, spoofing", false},
-      {"/trustworthy?a=b", "full", "trustworthy", "was asked: 1, trustworthy", false},
-      {"/trustworthy?a=b", "partial", "SPOOFING", "was asked: 2, spoofing", false},
-      {"/partial?a=b", "partial", "confirmed by the server", "was asked: 5, confirmed", false},
+      {"/unknown", "full", "SPOOFING", "the server answered 2, spoofing", false},
+      {"/confirmed?a=b", "full", "confirmed by the server", "the server answered 5, confirmed", true},
+      {"/spoofing?a=b", "full", "SPOOFING", "the server answered 2, spoofing", false},
+      {"/trustworthy?a=b", "full", "trustworthy", "the server answered 1, trustworthy", false},
+      {"/trustworthy?a=b", "partial", "SPOOFING", "the server answered 2, spoofing", false},
+      {"/partial?a=b", "partial", "confirmed by the server", "the server answered 5, confirmed", false},
   };
   test::ServerProcess server(Path(""));
   setenv("SSL_CERT_FILE", Path("zeph-test-authority.pem").c_str(), 1);
@@ -153,7 +153,7 @@ TEST_F(Privacy, TheServersAnswerIsShownWithWhatBecameOfIt) {
     EXPECT_EQ(Check(site + row.path, {"--privacy", row.privacy, "--server", "check.example"}, false), 0) << what;
     EXPECT_NE(Out().find(row.verdict), std::string::npos) << what << "\n" << Out();
     EXPECT_NE(Out().find(row.answer), std::string::npos) << what << "\n" << Out();
-    EXPECT_EQ(Out().find("reported to it") != std::string::npos, row.reported) << what << "\n" << Out();
+    EXPECT_EQ(Out().find("\n    sent: report of ") != std::string::npos, row.reported) << what << "\n" << Out();
   }
 
   EXPECT_EQ(Run({"report", site, "--code", "6", "--context", "a b", "--server", "check.example"}, false), 0);

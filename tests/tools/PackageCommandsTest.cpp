@@ -52,7 +52,9 @@ class PackageCommands : public testing::Test {
   void Put(const std::string& name, const std::string& text) { std::ofstream(folder_ / name, std::ios::binary) << text; }
   [[nodiscard]] std::string At(const std::string& name) const { return (folder_ / name).string(); }
 
-  fs::path folder_ = fs::path(testing::TempDir()) / "package-commands";
+  /// A test's own: others run at the same time.
+  fs::path folder_ = fs::path(testing::TempDir()) /
+                     ("package-commands-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
   std::string guide_;
 };
 
