@@ -48,7 +48,7 @@ void LogSpooficity(const char* label, float score, std::int32_t classification) 
 std::int32_t AskAbout(const PageData& page, std::int32_t privacy, Settlement& settlement) {
   std::int32_t server = kServerSpoofing;
   const std::u16string& url = privacy == kPartialUrl ? page.url.NormalizedUrl : page.url.RawUrl;
-  ServerCall& call = settlement.calls.emplace_back(ServerCall::Kind::kCheck, url);
+  ServerCall& call = settlement.calls.emplace_back(ServerCall{ServerCall::Kind::kCheck, url});
   if (privacy == kFullUrl || privacy == kPartialUrl) {
     LogLine("SetResults-Calling CheckURL", privacy == kFullUrl ? "FULL URL" : "partial URL", kLogDetail);
     server = AskServer(url, call.sent);
@@ -77,7 +77,7 @@ void ReportPage(const PageData& page, std::int32_t server, const std::u16string&
   }
   LogLine("SetResults", "Inside of code to report URL", kLogDetail);
   const char* const label = "SetResults calling ReportURL";
-  ServerCall& call = settlement.calls.emplace_back(ServerCall::Kind::kReport, page.url.RawUrl);
+  ServerCall& call = settlement.calls.emplace_back(ServerCall{ServerCall::Kind::kReport, page.url.RawUrl});
   if (privacy == kFullUrl) {
     LogLine(label, "Full URL", kLogDetail);
     settlement.reported = TellServer(page.url.RawUrl.c_str(), kReportConfirmedPage, nullptr, call.sent) == 0;

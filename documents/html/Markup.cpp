@@ -394,8 +394,10 @@ class TextWriter {
       }
       if (runEnd != at) {
         Flush();
-        out_.Put(std::u16string_view(at, static_cast<std::size_t>(runEnd - at)));
+        const char16_t* const wordsEnd = runEnd[-1] == u' ' ? runEnd - 1 : runEnd;  // a blank in front of what is unseen
+        out_.Put(std::u16string_view(at, static_cast<std::size_t>(wordsEnd - at)));
         lineHasText_ = true;
+        if (wordsEnd != runEnd) Blank();
       }
       at = runEnd + InvisibleAt(text, static_cast<std::size_t>(runEnd - begin));
     }

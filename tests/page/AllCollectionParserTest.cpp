@@ -44,8 +44,8 @@ TEST(AllCollectionParser, BothPassesGiveTheFieldsOfOneWalk) {
 }
 
 TEST(AllCollectionParser, SortsElementsByTag) {
-  const AllParser all =
-      ParseBoth(*Page("'get_all': [0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19], 'tags': "
+  const auto page =
+      Page("'get_all': [0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19], 'tags': "
                       "{'html': [null, 20, 21]}",
                       "{'IHTMLElement': {'get_tagName': 'P', 'get_innerHTML': 'x'}},"
                       "{'IHTMLElement': {'get_tagName': 'P', 'get_innerHTML': ''}},"
@@ -65,7 +65,8 @@ TEST(AllCollectionParser, SortsElementsByTag) {
                       "{'IHTMLElement': {'get_tagName': 'BODY'}, 'IHTMLBodyElement': {'get_background': 'b.1.JPG'}},"
                       "{'IHTMLElement': {'get_tagName': 'SCRIPT', 'get_innerHTML': 'if (x) document.write(y)'}},"
                       "{'IHTMLElement': {'get_tagName': 'A', 'get_innerText': ''}},"
-                      "{'IHTMLElement': {}}, {'IHTMLElement': {'get_outerHTML': ''}}"));
+                      "{'IHTMLElement': {}}, {'IHTMLElement': {'get_outerHTML': ''}}");
+  const AllParser all = ParseBoth(*page);
   EXPECT_EQ(all.blockCountA, 3);
   EXPECT_EQ(all.nonEmptyBlockCount, 1);
   EXPECT_EQ(all.blockCountB, 1);
