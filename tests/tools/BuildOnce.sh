@@ -9,7 +9,7 @@ trap 'rm -rf "$house"' EXIT
 cd "$house"
 fail() { echo "FAILED: $*" >&2; exit 1; }
 
-mkdir -p scripts bin tools/zeph DetectionEngine cmake documents judging package
+mkdir -p scripts bin tools/zeph DetectionEngine cmake documents authoring judging package
 cp "$script" zeph
 printf '#!/bin/sh\n' >scripts/install-packages
 chmod +x scripts/install-packages
