@@ -89,7 +89,8 @@ NamedMutex::~NamedMutex() {
 bool NamedMutex::TryLockFor(std::chrono::milliseconds limit) noexcept {
   using namespace std::chrono_literals;
   if (held_) return false;
-  if (own_ != nullptr) return held_ = own_->try_lock_for(limit);
+  // By the clock of the calendar: the thread sanitizer doesn't see waits by another.
+  if (own_ != nullptr) return held_ = own_->try_lock_until(std::chrono::system_clock::now() + limit);
   const auto end = std::chrono::steady_clock::now() + limit;
   std::chrono::microseconds pause = 50us;
   for (;;) {
