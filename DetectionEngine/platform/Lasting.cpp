@@ -6,9 +6,23 @@
 #include <cxxabi.h>
 #include <semaphore.h>
 
+#if defined(__SANITIZE_THREAD__)
+extern "C" {
+extern void* __dso_handle __attribute__((__visibility__("hidden")));
+}
+#endif
+
 namespace zeph {
 
 namespace {
+
+#if defined(__SANITIZE_THREAD__)
+// The thread sanitizer calls what belongs to no module without its argument.
+void* const kOwner = &__dso_handle;
+#else
+// With no module to belong to a function is called at the end of the process only.
+constexpr void* kOwner = nullptr;
+#endif
 
 struct Entry {
   void (*remove)(void*);
@@ -32,8 +46,7 @@ void WatchForTheEnd() {
     sem_init(ending, 0, 0);
   }
   const auto post = reinterpret_cast<void (*)(void*)>(reinterpret_cast<void (*)()>(&sem_post));
-  // With no module to belong to it is called at the end of the process only.
-  if (abi::__cxa_atexit(post, ending, nullptr) != 0) sem_post(ending);
+  if (abi::__cxa_atexit(post, ending, kOwner) != 0) sem_post(ending);
 }
 
 // The last of this module's destructors, by its priority.
