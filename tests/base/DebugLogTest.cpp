@@ -251,7 +251,8 @@ TEST_F(DebugLogTest, LinesOfABatchWaitForItsEndAndKeepTheirOrder) {
 #else
   EXPECT_EXIT(
       {
-        new LogBatch;
+        static const LogBatch* const open = new LogBatch;
+        EXPECT_NE(open, nullptr);
         Say("8");
         std::exit(0);
       },

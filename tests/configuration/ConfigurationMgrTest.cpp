@@ -248,6 +248,9 @@ TEST_F(ConfigurationMgrTest, PackageThatOthersMayHaveWrittenIsNotBelieved) {
 
 // As the process's own manager is called around a fork.
 TEST_F(ConfigurationMgrTest, ChildForkedWhileTheLoadThreadRunsLoadsForItself) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "a child of a program with threads can't tell its leaks from theirs";
+#endif
   Write(Original(), {Memory("own", "")});
   for (int round = 0; round < 20; ++round) {
     ConfigurationMgr manager(Module());

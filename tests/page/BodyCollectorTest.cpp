@@ -11,7 +11,7 @@ namespace {
 
 /// With the document that lends its texts.
 struct CollectedBody : BodyData {
-  std::unique_ptr<RecordedDocument> page;
+  std::shared_ptr<RecordedDocument> page;
 };
 
 CollectedBody CollectText(std::string_view text) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -15,16 +16,18 @@
 
 namespace zeph {
 
-/// A document of these members and elements, both JSON with apostrophes in the place of quotes.
-inline std::unique_ptr<RecordedDocument> Page(std::string_view document, std::string_view elements,
+/// A document of these members and elements, both JSON with apostrophes in the place of quotes. It lasts to the end of
+/// the tests: what is read from it are views.
+inline std::shared_ptr<RecordedDocument> Page(std::string_view document, std::string_view elements,
                                               std::string_view cache = "") {
   std::string json = "{'recording': 1, 'document': {";
   json.append(document).append("}, 'elements': [").append(elements).append("], 'cache': {").append(cache).append("}}");
   std::ranges::replace(json, '\'', '"');
   std::string error;
-  std::unique_ptr<RecordedDocument> page = RecordedDocument::Parse(json, error);
-  if (page == nullptr) ADD_FAILURE() << error << " in " << json;
-  return page;
+  static std::vector<std::shared_ptr<RecordedDocument>> kept;
+  kept.push_back(RecordedDocument::Parse(json, error));
+  if (kept.back() == nullptr) ADD_FAILURE() << error << " in " << json;
+  return kept.back();
 }
 
 inline UrlRecord Decoded(std::u16string_view url) {
