@@ -6,6 +6,10 @@
 #include <cxxabi.h>
 #include <semaphore.h>
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
 #if defined(__SANITIZE_THREAD__)
 extern "C" {
 extern void* __dso_handle __attribute__((__visibility__("hidden")));
@@ -44,6 +48,9 @@ void WatchForTheEnd() {
   if (ending == nullptr) {
     ending = new sem_t;
     sem_init(ending, 0, 0);
+#if defined(__SANITIZE_ADDRESS__)
+    __lsan_ignore_object(ending);  // it outlives the module by intent: 32 bytes a load
+#endif
   }
   const auto post = reinterpret_cast<void (*)(void*)>(reinterpret_cast<void (*)()>(&sem_post));
   if (abi::__cxa_atexit(post, ending, kOwner) != 0) sem_post(ending);
