@@ -123,6 +123,23 @@ void TellReasons(std::ostream& out, const Judgement& judgement) {
   }
 }
 
+/// The parts that something is to be said of, each below the input; of the others how many they are.
+void TellParts(std::ostream& out, const Judgement& judgement, bool explains, bool colours) {
+  std::size_t silent = 0;
+  for (const Judgement& part : judgement.parts) {
+    if (!IsHeld(part.verdict) && part.verdict != Verdict::kNotJudged && !explains) {
+      ++silent;
+      continue;
+    }
+    std::string text = PersonAnswer(part, explains, colours);
+    for (std::size_t line = text.find('\n'); line != std::string::npos; line = text.find('\n', line + 1)) {
+      text.insert(line + 1, "    ");
+    }
+    out << "\n    " << Shown(part.where) << ": " << text;
+  }
+  if (silent > 0) out << "\n    " << silent << (silent == 1 ? " part" : " parts") << " that nothing speaks clearly against";
+}
+
 std::u16string BrandOf(const Judgement& judgement) {
   const ClassificationTrace& trace = judgement.trace;
   return trace.pair == nullptr ? std::u16string() : TopBrand(trace.pair->indicators, trace.results);
@@ -145,11 +162,7 @@ constexpr std::size_t kVerdictWidth = 18;
 constexpr std::size_t kScoreWidth = 5;
 constexpr std::size_t kBrandWidth = 22;
 
-}  // namespace
-
-std::string JsonAnswer(const Judgement& judgement, bool explains) {
-  JsonWriter json;
-  json.BeginObject();
+void WriteAnswer(JsonWriter& json, const Judgement& judgement, bool explains) {
   WriteMember(json, "input", judgement.input);
   WriteMember(json, "result", judgement.result);
   WriteMember(json, "classification", judgement.classification);
@@ -184,7 +197,21 @@ std::string JsonAnswer(const Judgement& judgement, bool explains) {
   if (explains) WriteMember(json, "reasons", judgement.reasons);
   json.Key("parts");
   json.BeginArray();
+  for (const Judgement& part : judgement.parts) {
+    json.BeginObject();
+    WriteMember(json, "where", part.where);
+    WriteAnswer(json, part, explains);
+    json.EndObject();
+  }
   json.EndArray();
+}
+
+}  // namespace
+
+std::string JsonAnswer(const Judgement& judgement, bool explains) {
+  JsonWriter json;
+  json.BeginObject();
+  WriteAnswer(json, judgement, explains);
   json.EndObject();
   return json.Take();
 }
@@ -198,7 +225,8 @@ std::string PersonAnswer(const Judgement& judgement, bool explains, bool colours
   if (const std::string score = ScoreText(judgement); !score.empty()) out << " (spooficity " << score << ')';
   TellAddress(out, judgement);
   TellServer(out, judgement);
-  if (explains && judgement.verdict != Verdict::kNotJudged) TellReasons(out, judgement);
+  if (explains && judgement.result && judgement.verdict != Verdict::kNotJudged) TellReasons(out, judgement);
+  TellParts(out, judgement, explains, colours);
   return out.str();
 }
 

@@ -106,6 +106,17 @@ Judgement Judge::Of(const Input& input) const {
   return judgement;
 }
 
+Judgement Judge::OfContent(Content content) const {
+  const std::string name = content.name.empty() ? content.url : content.name;
+  if (content.bytes.empty()) return NotJudged(name, "empty");
+  std::string reason;
+  std::optional<PageSource> source = ReadPageContent(std::move(content.bytes), content.mediaType, content.name, reason);
+  if (!source) return NotJudged(name, std::move(reason));
+  Judgement judgement = OfPage(*std::move(source), content.url);
+  judgement.input = name;
+  return judgement;
+}
+
 Judgement Judge::OfAddress(const std::string& text) const {
   Judgement judgement;
   judgement.input = text;

@@ -11,6 +11,14 @@
 
 namespace zeph {
 
+/// A page or another thing to judge, in memory.
+struct Content {
+  std::string bytes;
+  std::string mediaType;  ///< as the transport names it, "text/html; charset=utf-8"; empty: its name or its looks tell
+  std::string name;       ///< of the file; may be empty
+  std::string url;        ///< its address by who hands it over; may be empty
+};
+
 struct JudgeOptions {
   /// Each input goes to the library as it stands: nothing is trimmed, completed or lowered, a page is judged by what its
   /// document says.
@@ -31,6 +39,8 @@ class Judge {
   /// judgement that says why.
   [[nodiscard]] Judgement Of(const Input& input) const;
   [[nodiscard]] Judgement OfAddress(const std::string& text) const;
+  /// What a program hands over, with what it knows of it. Its own files beside it are out of reach.
+  [[nodiscard]] Judgement OfContent(Content content) const;
   /// mapUrl: the page's address by a list that goes with it; may be empty.
   [[nodiscard]] Judgement OfPage(PageSource source, const std::string& mapUrl) const;
 

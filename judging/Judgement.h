@@ -47,6 +47,14 @@ struct Judgement {
   bool byContentAlone = false;  ///< a page whose address nobody but itself tells
   std::string intake;           ///< what was done to the text before it was an address; may be empty
   std::vector<Reason> reasons;      ///< strongest first, if an explanation was asked for
+
+  std::string where;             ///< of a part: where in its input it stood, in words
+  std::vector<Judgement> parts;  ///< what the input carries, each with its own verdict: pages inside it, links, attachments
+  std::optional<std::size_t> worst;  ///< the part whose verdict the input has
 };
+
+/// Lets the worst part count: an input takes over verdict, score and name of a part that is held, when it isn't held
+/// itself or for less. An input that has no verdict of its own, a letter, is as good as the least good of its parts.
+void TakeWorstPart(Judgement& judgement);
 
 }  // namespace zeph

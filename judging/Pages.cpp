@@ -80,6 +80,38 @@ std::u16string ClaimOf(std::string_view bytes, const std::string& charset) {
   return ReadWrittenAddress(HtmlDocument(bytes, std::move(options)).CanonicalUrl()).url;
 }
 
+std::string TooLong() {
+  return "longer than " + std::to_string(html::kMaxMarkup >> 20) + " MiB, which is the most that a page may have";
+}
+
+/// A media type's own name, in lower case, without its parameters.
+std::string TypeName(std::string_view mediaType) {
+  std::string name(mediaType.substr(0, mediaType.find(';')));
+  while (!name.empty() && (name.back() == ' ' || name.back() == '\t')) name.pop_back();
+  std::ranges::transform(name, name.begin(), Lower);
+  return name;
+}
+
+/// application/json may be anything, so it tells nothing.
+std::optional<PageKind> PageKindOfType(std::string_view mediaType) {
+  const std::string name = TypeName(mediaType);
+  if (name == "text/html" || name == "application/xhtml+xml") return PageKind::kHtml;
+  if (name == "multipart/related" || name == "application/x-mimearchive") return PageKind::kMhtml;
+  return std::nullopt;
+}
+
+std::string CharsetOfType(std::string_view mediaType) {
+  constexpr std::string_view kName = "charset=";
+  const auto found = std::ranges::search(mediaType, kName, {}, Lower);
+  if (found.empty()) return {};
+  std::string_view value = mediaType.substr(static_cast<std::size_t>(found.end() - mediaType.begin()));
+  if (value.starts_with('"')) {
+    value.remove_prefix(1);
+    return std::string(value.substr(0, value.find('"')));
+  }
+  return std::string(value.substr(0, value.find_first_of("; \t")));
+}
+
 struct Ending {
   std::string_view text;
   PageKind kind;
@@ -116,7 +148,7 @@ std::optional<std::string> ReadPageBytes(const std::string& path, std::string& e
   auto bytes = ReadWholeFile(path, html::kMaxMarkup, &code);
   if (bytes) return bytes;
   if (code == std::errc::file_too_large) {
-    error = "longer than " + std::to_string(html::kMaxMarkup >> 20) + " MiB, which is the most that a page may have";
+    error = TooLong();
   } else if (code == std::errc::invalid_argument) {
     error = "no regular file";
   } else {
@@ -128,15 +160,27 @@ std::optional<std::string> ReadPageBytes(const std::string& path, std::string& e
 std::optional<PageSource> ReadPageFile(const std::string& path, std::string& error) {
   std::optional<std::string> bytes = ReadPageBytes(path, error);
   if (!bytes) return std::nullopt;
-  std::optional<PageKind> kind = PageKindOfName(path);
-  if (!kind) kind = PageKindOfContent(*bytes);
+  std::optional<PageSource> source = ReadPageContent(*std::move(bytes), {}, path, error);
+  if (source && source->kind != PageKind::kMhtml) source->path = path;
+  return source;
+}
+
+std::optional<PageSource> ReadPageContent(std::string bytes, std::string_view mediaType, std::string_view name,
+                                          std::string& error) {
+  if (bytes.size() > html::kMaxMarkup) {
+    error = TooLong();
+    return std::nullopt;
+  }
+  std::optional<PageKind> kind = PageKindOfType(mediaType);
+  if (!kind) kind = PageKindOfName(name);
+  if (!kind) kind = PageKindOfContent(bytes);
   if (!kind) {
     error = "no page: neither a recording (.json) nor HTML (.html) nor a saved page (.mhtml)";
     return std::nullopt;
   }
   PageSource source;
   source.kind = *kind;
-  source.bytes = *std::move(bytes);
+  source.bytes = std::move(bytes);
   if (*kind == PageKind::kMhtml) {
     std::optional<SavedPage> saved = ReadMhtml(source.bytes, error);
     if (!saved) return std::nullopt;
@@ -144,8 +188,6 @@ std::optional<PageSource> ReadPageFile(const std::string& path, std::string& err
     source.charset = std::move(saved->charset);
     source.savedUrl = std::move(saved->url);
     source.parts = std::move(saved->resources);
-  } else {
-    source.path = path;
   }
   if (*kind == PageKind::kRecording) {
     source.recording = RecordedDocument::Parse(source.bytes, error);
@@ -154,6 +196,7 @@ std::optional<PageSource> ReadPageFile(const std::string& path, std::string& err
     const TextAnswer url = source.recording->get_URL();
     if (url.HasValue()) source.savedUrl = *url.value;
   } else {
+    if (*kind == PageKind::kHtml) source.charset = CharsetOfType(mediaType);
     source.claimedUrl = ClaimOf(source.bytes, source.charset);
   }
   return source;

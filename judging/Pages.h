@@ -47,6 +47,11 @@ class LoadedPage {
 /// Reads a page's file as far as its address. Nothing, and one line that says why in error, when it can't be used.
 [[nodiscard]] std::optional<PageSource> ReadPageFile(const std::string& path, std::string& error);
 
+/// The same for a page in memory. mediaType: as the transport names it, with its charset; empty or unknown: the name
+/// tells, then the looks.
+[[nodiscard]] std::optional<PageSource> ReadPageContent(std::string bytes, std::string_view mediaType,
+                                                        std::string_view name, std::string& error);
+
 /// The document of a page. url: what it says its address is; nothing: what it was recorded with. base: what its links
 /// are taken against; a recording's are absolute already.
 [[nodiscard]] std::unique_ptr<LoadedPage> OpenPage(PageSource source, std::optional<std::u16string> url,
