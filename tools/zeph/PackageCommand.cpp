@@ -85,7 +85,7 @@ fs::path MakePackedFile(const BuildOptions& options, const fs::path& folder) {
     return packed;
   }
   if (compiled.tooMuch) throw CommandError(options.sources + ": more than a package can hold");
-  for (const auto text : kModuleTexts) compiled.configuration.*text = kOwnText;
+  for (const auto text : kModuleTexts) compiled.configuration.*text = std::u16string(kOwnText);
   const fs::path packed = folder / "packed3.dat";
   const std::optional<std::string> content = SealMemoryFile(WriteMemoryFile(compiled.configuration, compiled.rules.rules));
   if (!content) throw CommandError(options.sources + ": more than a memory file can hold");
