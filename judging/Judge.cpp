@@ -87,6 +87,11 @@ Judge::Judge(JudgeOptions options) : options_(std::move(options)), nameRoom_(Nam
 
 Judgement Judge::Of(const Input& input) const {
   if (!input.refusal.empty()) return NotJudged(input.text, input.refusal);
+  if (input.content || !input.address.empty()) {
+    Judgement judgement = input.content ? OfContent(*input.content) : OfAddress(input.address);
+    judgement.input = input.text;
+    return judgement;
+  }
   std::error_code error;
   // A name with a zero byte in it would be taken for what stands in front of the zero.
   const bool mayBeFile = input.text.find('\0') == std::string::npos;
@@ -126,7 +131,9 @@ Judgement Judge::OfContent(Content content) const {
   std::string reason;
   std::optional<PageSource> source = ReadPageContent(std::move(content.bytes), content.mediaType, content.name, reason);
   if (!source) return NotJudged(name, std::move(reason));
-  Judgement judgement = OfPage(*std::move(source), content.url);
+  const bool isSaved = content.urlIsRecorded && source->recording == nullptr;
+  if (isSaved) source->savedUrl = Widen(content.url);
+  Judgement judgement = OfPage(*std::move(source), isSaved ? "" : content.url);
   judgement.input = name;
   return judgement;
 }

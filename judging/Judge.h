@@ -12,14 +12,6 @@
 
 namespace zeph {
 
-/// A page or another thing to judge, in memory.
-struct Content {
-  std::string bytes;
-  std::string mediaType;  ///< as the transport names it, "text/html; charset=utf-8"; empty: its name or its looks tell
-  std::string name;       ///< of the file; may be empty
-  std::string url;        ///< its address by who hands it over; may be empty
-};
-
 struct JudgeOptions {
   /// Each input goes to the library as it stands: nothing is trimmed, completed or lowered, a page is judged by what its
   /// document says.

@@ -267,9 +267,10 @@ class LetterReader {
     std::optional<PageSource> source = ReadPageContent(std::move(bytes), type, {}, error);
     if (!source) return TakeRefused(name.empty() ? what : name, what, std::move(error));
     // Whoever wrote the letter wrote this too.
-    if (source->claimedUrl.empty()) source->claimedUrl = ReadWrittenAddress(source->savedUrl).url;
+    std::u16string saved = ReadWrittenAddress(source->savedUrl).url;
     source->savedUrl.clear();
-    TakeLinks(*source, isAttachment ? what + ", " : place);
+    TakeLinks(*source, saved.empty() ? std::u16string(kUnknownAddress) : saved, isAttachment ? what + ", " : place);
+    if (source->claimedUrl.empty()) source->claimedUrl = std::move(saved);
     letter_.pages.push_back({*std::move(source), {}, name.empty() ? what : name, what});
   }
 
@@ -277,10 +278,12 @@ class LetterReader {
     letter_.pages.push_back({{}, std::move(refusal), std::move(name), std::move(where)});
   }
 
-  void TakeLinks(const PageSource& page, const std::string& place) {
+  /// address: what relative ones are taken against, where the page names no base of its own.
+  void TakeLinks(const PageSource& page, const std::u16string& address, const std::string& place) {
+    const std::optional<BrowserUrl> base = ReadBrowserUrl(address);
     HtmlDocumentOptions options;
     options.charset = page.charset;
-    options.url = page.claimedUrl.empty() ? std::u16string(kUnknownAddress) : page.claimedUrl;
+    options.url = address;
     HtmlDocument document(page.bytes, std::move(options));
     std::unordered_set<std::u16string> shown;
     ForEachObject(document.get_links().value, [&](DocumentObject& object) {
@@ -303,7 +306,10 @@ class LetterReader {
     ForEachObject(document.get_forms().value, [&](DocumentObject& object) {
       IHTMLFormElement* const form = object.QueryForm();
       const TextAnswer action = form != nullptr ? form->get_action() : TextAnswer{};
-      if (action.HasValue()) AddLink(*action.value, [&](std::u16string_view) { return place + "target of a form"; });
+      if (!action.HasValue()) return;
+      // The document leaves those as they are that stay on its own site.
+      const std::u16string target = BrowserUrlText(*action.value, base ? &*base : nullptr).value_or(std::u16string());
+      AddLink(target, [&](std::u16string_view) { return place + "target of a form"; });
     });
     IHTMLElementCollection* const all = document.get_all().value;
     ForEachObject(all != nullptr ? all->tags(u"META").value : nullptr, [&](DocumentObject& object) {
