@@ -199,7 +199,7 @@ TEST_F(CommandLine, JudgesLettersAndFilesOfMany) {
   EXPECT_EQ(lines[0]["parts"][1]["verdict"], "unclassified");
   EXPECT_EQ(lines[1]["input"], "m.mbox: letter 1");
   EXPECT_EQ(lines[1]["verdict"], "spoofing");
-  EXPECT_EQ(lines[2]["verdict"], "trustworthy");
+  EXPECT_EQ(lines[2]["verdict"], "unclassified");
   const Ran page = Run("check --stdin-page --json --sources " + Sources() + " --url http://examplebank.evil.test/", "Log in");
   EXPECT_EQ(page.Lines().at(0)["verdict"], "spoofing");
 }
