@@ -59,19 +59,22 @@ void ByteSource::Fill(std::size_t bytes) {
   while (!ended_ && buffer_.size() - at_ < bytes) {
     buffer_.erase(0, at_);
     at_ = 0;
-    const std::size_t old = buffer_.size();
-    buffer_.resize(old + kPiece);
-    const la_ssize_t got = archive_read_data(archive_, buffer_.data() + old, kPiece);
-    buffer_.resize(old + static_cast<std::size_t>(std::max<la_ssize_t>(got, 0)));
-    total_ += buffer_.size() - old;
-    if (got < 0) {
+    const void* piece = nullptr;
+    std::size_t size = 0;
+    la_int64_t offset = 0;
+    const int result = archive_read_data_block(archive_, &piece, &size, &offset);
+    if (result == ARCHIVE_OK) {
+      buffer_.append(static_cast<const char*>(piece), size);
+      total_ += size;
+    }
+    if (result != ARCHIVE_OK && result != ARCHIVE_EOF) {
       const char* const reason = archive_error_string(archive_);
       failure_ = reason != nullptr ? reason : "can't be read";
     } else if (isCompressed_ && total_ > kFreely &&
                total_ / kMostTimes > static_cast<std::uint64_t>(archive_filter_bytes(archive_, -1))) {
       failure_ = "unpacks to more than " + std::to_string(kMostTimes) + " times its size";
     }
-    ended_ = got <= 0 || !failure_.empty();
+    ended_ = result != ARCHIVE_OK || !failure_.empty();
   }
 }
 
