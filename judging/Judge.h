@@ -4,20 +4,13 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "judging/Judgement.h"
 #include "judging/Pages.h"
 
 namespace zeph {
-
-/// A page or another thing to judge, in memory.
-struct Content {
-  std::string bytes;
-  std::string mediaType;  ///< as the transport names it, "text/html; charset=utf-8"; empty: its name or its looks tell
-  std::string name;       ///< of the file; may be empty
-  std::string url;        ///< its address by who hands it over; may be empty
-};
 
 struct JudgeOptions {
   /// Each input goes to the library as it stands: nothing is trimmed, completed or lowered, a page is judged by what its
@@ -41,6 +34,9 @@ class Judge {
   [[nodiscard]] Judgement OfAddress(const std::string& text) const;
   /// What a program hands over, with what it knows of it. Its own files beside it are out of reach.
   [[nodiscard]] Judgement OfContent(Content content) const;
+  /// A letter, as mail programs send it: its links and pages are its parts, and the worst of them counts. What asks
+  /// for an address of pages isn't meant for what a stranger attaches, so options of addresses don't reach it.
+  [[nodiscard]] Judgement OfLetter(std::string_view bytes) const;
   /// mapUrl: the page's address by a list that goes with it; may be empty.
   [[nodiscard]] Judgement OfPage(PageSource source, const std::string& mapUrl) const;
 

@@ -2,8 +2,10 @@
 #include "judging/PageList.h"
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <set>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -69,6 +71,15 @@ std::string AddressOf(const std::string& path, const PageMap& map) {
   return FromUrlFile(page, pages < 2);
 }
 
+/// What is looked for in a folder: pages, letters, files of many of these.
+bool IsInputOfName(std::string_view path) {
+  constexpr std::array<std::string_view, 4> kEndings = {".eml", ".mbox", ".warc", ".har"};
+  for (const std::string_view packed : {".gz", ".zst"}) {
+    if (path.ends_with(packed)) path.remove_suffix(packed.size());
+  }
+  return PageKindOfName(path) || std::ranges::any_of(kEndings, [&](std::string_view ending) { return path.ends_with(ending); });
+}
+
 struct Found {
   std::vector<std::string> pages;
   std::vector<Input> refused;
@@ -88,7 +99,7 @@ void ReadFolder(const fs::path& folder, Found& found, std::vector<fs::path>& nex
       found.refused.push_back({path.string(), "", unknown.message()});
     } else if (fs::is_directory(status)) {
       folders.push_back(path);
-    } else if (PageKindOfName(path.string())) {
+    } else if (IsInputOfName(path.string())) {
       // A link in a circle is no file, but a page that can't be read, and as such it is told.
       if (entry->is_directory(unknown)) continue;
       found.pages.push_back(path.string());

@@ -184,6 +184,26 @@ TEST_F(CommandLine, TrustsNoPageOnItsOwnWord) {
   EXPECT_EQ(Run(check + "empty.html").Lines().at(0)["reason"], "empty");
 }
 
+TEST_F(CommandLine, JudgesLettersAndFilesOfMany) {
+  const std::string letter =
+      "From: a@b.test\nSubject: x\nContent-Type: text/html\nContent-Transfer-Encoding: base64\n\n"
+      "PGEgaHJlZj0iaHR0cDovL2V4YW1wbGViYW5rLmV2aWwudGVzdC8iPnd3dy5iYW5rLmV4YW1wbGU8L2E+PGJhc2UgaHJlZj1odHRwOi8vYmFuay5leGFtcGxlPg==\n";
+  WriteText(folder_ / "a.eml", letter);
+  WriteText(folder_ / "m.mbox", "From a 12:00\n" + letter + "\nFrom b 12:00\nSubject: y\n\nhttp://safe.example/\n");
+  // What is said of the address of pages isn't said of what strangers send.
+  const auto lines = Run("check --json --trust-claimed-url --url http://bank.example/ --sources " + Sources() + " a.eml m.mbox").Lines();
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_EQ(lines[0]["siteName"], "Example Bank");
+  EXPECT_EQ(lines[0]["parts"][0]["where"], "link that shows \"www.bank.example\"");
+  EXPECT_EQ(lines[0]["parts"][0]["verdict"], "spoofing");
+  EXPECT_EQ(lines[0]["parts"][1]["verdict"], "unclassified");
+  EXPECT_EQ(lines[1]["input"], "m.mbox: letter 1");
+  EXPECT_EQ(lines[1]["verdict"], "spoofing");
+  EXPECT_EQ(lines[2]["verdict"], "unclassified");
+  const Ran page = Run("check --stdin-page --json --sources " + Sources() + " --url http://examplebank.evil.test/", "Log in");
+  EXPECT_EQ(page.Lines().at(0)["verdict"], "spoofing");
+}
+
 TEST_F(CommandLine, OneInputHarmsNoOther) {
   fs::create_symlink("loop.html", folder_ / "loop.html");
   WriteText(folder_ / "bad.json", "{\"recording\": 1, \"document\": {\"get_URL\": [}}");

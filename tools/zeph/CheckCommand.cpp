@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <iomanip>
+#include <iostream>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -10,9 +12,12 @@
 #include <unistd.h>
 
 #include "DetectionEngine/platform/CodePage.h"
+#include "documents/html/Decoder.h"
 #include "judging/Answers.h"
+#include "judging/Collections.h"
 #include "judging/Json.h"
 #include "judging/Judge.h"
+#include "judging/Letter.h"
 #include "judging/Privacy.h"
 #include "judging/RuleTexts.h"
 #include "judging/ShownText.h"
@@ -38,6 +43,7 @@ struct CheckOptions {
   bool json = false;
   bool held = false;
   bool exitCode = false;
+  bool stdinPage = false;
   unsigned jobs = 0;  ///< 0: as many as there are processors
 };
 
@@ -163,6 +169,27 @@ bool WantsColours(const CheckOptions& options, const Format& format) {
   return options.colour == "always" || (isatty(STDOUT_FILENO) == 1 && (refused == nullptr || *refused == '\0'));
 }
 
+/// All of standard input as one page or letter.
+Input StandardInput() {
+  Input input{"standard input", "", ""};
+  Content content;
+  std::string piece(1 << 16, '\0');
+  while (std::cin && content.bytes.size() <= html::kMaxMarkup) {
+    std::cin.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+    content.bytes.append(piece, 0, static_cast<std::size_t>(std::cin.gcount()));
+  }
+  // Who pipes a page means a page, whatever it begins with.
+  if (!IsLetter(content.bytes, {}, {}) && !PageKindOfContent(content.bytes)) content.mediaType = "text/html";
+  input.content = std::move(content);
+  return input;
+}
+
+/// The argument may be a file of many.
+bool MayHoldMany(const Input& input) {
+  std::error_code error;
+  return input.refusal.empty() && !PageKindOfName(input.text) && std::filesystem::is_regular_file(input.text, error);
+}
+
 int Check(const CheckOptions& options) {
   UseConfiguration(options.configuration);
   if (options.judge.exact) PrepareEngine(true);
@@ -184,6 +211,8 @@ int Check(const CheckOptions& options) {
     }
     for (Input& input : InputsOf(argument, map)) inputs.push_back(std::move(input));
   }
+  if (options.stdinPage) inputs.push_back(StandardInput());
+  isEndless = isEndless || std::ranges::any_of(inputs, MayHoldMany);
 
   const Format& format = *std::ranges::find(kFormats, options.format, &Format::name);
   const bool colours = WantsColours(options, format);
@@ -212,9 +241,25 @@ int Check(const CheckOptions& options) {
         progress.Step();
         report.Take(std::move(outcome));
       });
+  std::size_t bytesAhead = 0;
+  const auto addAll = [&](Collection& collection) {
+    while (std::optional<Input> entry = collection.Next()) {
+      // Threads may have many entries ahead of them, but not many large ones.
+      constexpr std::size_t kMostAhead = std::size_t{64} << 20;
+      const std::size_t size = entry->content ? entry->content->bytes.size() : 0;
+      if (bytesAhead > 0 && bytesAhead + size > kMostAhead) {
+        jobs.Finish();
+        bytesAhead = 0;
+      }
+      bytesAhead += size;
+      jobs.Add(*std::move(entry));
+    }
+  };
   for (Input& input : inputs) {
-    if (input.text != "-" || !isEndless) {
-      jobs.Add(std::move(input));
+    if (input.text != "-") {
+      const bool isPlain = options.judge.exact || input.content || !input.refusal.empty();
+      const auto collection = isPlain ? nullptr : OpenCollection(input.text, input.pageUrl);
+      collection != nullptr ? addAll(*collection) : jobs.Add(std::move(input));
       continue;
     }
     ForEachLine(
@@ -235,9 +280,9 @@ void AddCheckCommand(CLI::App& program, int& exitStatus) {
   auto options = std::make_shared<CheckOptions>();
   command
       ->add_option("input", options->inputs,
-                   "URLs, page files (.json recording, .html, .mhtml) or folders of pages; - reads one a line, a page's "
-                   "address behind a tab")
-      ->required();
+                   "URLs, page files (.json recording, .html, .mhtml), letters (.eml), files of many (mbox, WARC, HAR, a "
+                   ".txt list; .gz, .zst), or folders of these; - reads one a line, a page's address behind a tab");
+  command->add_flag("--stdin-page", options->stdinPage, "Standard input is one page or letter; --url is its address");
   auto* format = command->add_option("--format", options->format, "How answers are written (default: text)")
                      ->check(CLI::IsMember({"text", "table", "csv", "ndjson", "json"}));
   command->add_flag("--json", options->json, "One JSON object a line, as --format ndjson")->excludes(format);
@@ -268,6 +313,7 @@ void AddCheckCommand(CLI::App& program, int& exitStatus) {
       "An address is read as a browser reads it, completed (evil.test) and made one again (hxxp://evil[.]test).\n"
       "A page needs its address to be trusted: url.txt beside it, --map, --url, a second column, a recording's own.");
   command->callback([options, &exitStatus] {
+    if (options->inputs.empty() && !options->stdinPage) throw CLI::RequiredError("input");
     if (options->format.empty()) options->format = options->json ? "ndjson" : "text";
     exitStatus = Check(*options);
   });
