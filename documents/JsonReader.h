@@ -57,6 +57,8 @@ class JsonReader {
   /// One line that says where and what; empty while nothing went wrong.
   [[nodiscard]] const std::string& Error() const noexcept { return error_; }
 
+  /// How many bytes were read.
+  [[nodiscard]] std::size_t Offset() const noexcept { return at_; }
   /// Where the reader stands, as a JSON pointer.
   [[nodiscard]] std::string Path() const;
 

@@ -480,6 +480,7 @@ TEST_F(ClassificationServer, HoldsToItsRate) {
 }
 
 TEST_F(ClassificationServer, ShowsWhatItDoesAndTakesNoOrders) {
+  SetVerdicts("spoofing host bad.example\nmaybe host b.example\nconfirmed url http://bad.example/login?a=b\n");
   Start({"--status", "0"});
   ASSERT_NE(server_->StatusPort(), 0);
   const std::string hostile = "http://bad.example/\"><script>alert(1)</script>&\x01";
@@ -491,12 +492,15 @@ TEST_F(ClassificationServer, ShowsWhatItDoesAndTakesNoOrders) {
   const auto page = LookAtStatus().Exchange("GET / HTTP/1.1\r\n" + host);
   ASSERT_TRUE(page);
   EXPECT_EQ(page->status, 200);
-  EXPECT_NE(page->body.find("1 checks, 1 reports, 1 refused requests. Reports kept in all: 1."), std::string::npos)
+  EXPECT_NE(page->body.find("1 check, 1 report, 1 refused request. Reports kept in all: 1."), std::string::npos)
       << page->body;
   EXPECT_NE(page->body.find("http://bad.example/&quot;&gt;&lt;script&gt;alert(1)&lt;/script&gt;&amp; "),
             std::string::npos)
       << page->body;
   EXPECT_NE(page->body.find("&lt;img src=x onerror="), std::string::npos) << page->body;
+  for (const char* told : {"spoofing or unknown", "verdicts: 2 verdicts, changed ", "1 line left out", "Up for", "http-equiv=\"refresh\""}) {
+    EXPECT_NE(page->body.find(told), std::string::npos) << told << page->body;
+  }
   EXPECT_EQ(page->body.find("<script"), std::string::npos) << page->body;
   EXPECT_EQ(page->body.find("<img"), std::string::npos) << page->body;
 

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/server/ServerProcess.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
@@ -34,9 +36,16 @@ std::string ReadLine(int descriptor) {
 
 }  // namespace
 
-ServerProcess::ServerProcess(const std::string& folder, std::vector<std::string> moreArguments) {
-  std::vector<std::string> words = {ZEPH_PROGRAM,    "serve",      "--listen", "127.0.0.1:0", "--self-signed",
-                                    "check.example", "--verdicts", "verdicts", "--reports",   "reports"};
+ServerProcess::ServerProcess(const std::string& folder, std::vector<std::string> moreArguments, Doors doors,
+                             const std::string& program) {
+  std::vector<std::string> words = {program, "serve"};
+  if (doors != Doors::kHttp) {
+    words.insert(words.end(), {"--listen", "127.0.0.1:0", "--self-signed", "check.example", "--verdicts", "verdicts",
+                               "--reports", "reports"});
+  }
+  if (doors != Doors::kEngines && std::ranges::find(moreArguments, "--http") == moreArguments.end()) {
+    words.insert(words.end(), {"--http", "127.0.0.1:0"});
+  }
   words.insert(words.end(), moreArguments.begin(), moreArguments.end());
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
@@ -56,11 +65,22 @@ ServerProcess::ServerProcess(const std::string& folder, std::vector<std::string>
   std::string said;
   for (;;) {
     const std::string line = ReadLine(said_);
-    if (std::sscanf(line.c_str(), "zeph: serving on port %d, status page on port %d", &port_, &statusPort_) > 0) return;
+    const auto portBehind = [&line](const char* words) {
+      const std::size_t found = line.find(words);
+      return found == std::string::npos ? 0 : std::atoi(line.c_str() + found + std::strlen(words));
+    };
+    if (line.starts_with("zeph: serving ")) {
+      port_ = portBehind("serving on port ");
+      statusPort_ = portBehind("status page on port ");
+      httpPort_ = portBehind("HTTP on port ") + portBehind("HTTPS on port ");
+      return;
+    }
     if (line.empty()) throw std::runtime_error("the server didn't start: " + said);
     said += line + "\n";
   }
 }
+
+std::string ServerProcess::Program() { return ZEPH_PROGRAM; }
 
 ServerProcess::~ServerProcess() {
   if (process_ > 0) {
@@ -132,21 +152,42 @@ std::optional<std::string> Client::ReadSome() {
 }
 
 std::optional<Answer> Client::Receive() {
-  for (;;) {
-    const std::size_t headerEnd = received_.find("\r\n\r\n");
-    if (headerEnd != std::string::npos) {
-      const std::size_t length = std::stoul(received_.substr(received_.find("Content-Length: ") + 16));
-      const std::size_t end = headerEnd + 4 + length;
-      if (received_.size() >= end) {
-        Answer answer{std::stoi(received_.substr(9, 3)), received_.substr(headerEnd + 4, length)};
-        received_.erase(0, end);
-        return answer;
-      }
+  const auto need = [this](std::size_t size) {
+    while (received_.size() < size) {
+      const auto more = ReadSome();
+      if (!more) return false;
+      received_ += *more;
     }
-    const auto more = ReadSome();
-    if (!more) return std::nullopt;
-    received_ += *more;
+    return true;
+  };
+  const auto needLine = [&](std::size_t from, std::string_view end) {
+    std::size_t found = 0;
+    while ((found = received_.find(end, from)) == std::string::npos && need(received_.size() + 1)) {
+    }
+    return found;
+  };
+  const std::size_t headerEnd = needLine(0, "\r\n\r\n");
+  if (headerEnd == std::string::npos) return std::nullopt;
+  std::size_t at = headerEnd + 4;
+  Answer answer{std::stoi(received_.substr(9, 3)), "", received_.substr(0, headerEnd + 2)};
+  const std::size_t lengthAt = answer.head.find("Content-Length: ");
+  if (lengthAt != std::string::npos) {
+    const std::size_t length = std::stoul(answer.head.substr(lengthAt + 16));
+    if (!need(at + length)) return std::nullopt;
+    answer.body = received_.substr(at, length);
+    at += length;
+  } else if (answer.head.find("Transfer-Encoding: chunked") != std::string::npos) {
+    for (std::size_t length = 1; length != 0;) {
+      const std::size_t lineEnd = needLine(at, "\r\n");
+      if (lineEnd == std::string::npos) return std::nullopt;
+      length = std::stoul(received_.substr(at, lineEnd - at), nullptr, 16);
+      if (!need(lineEnd + 2 + length + 2)) return std::nullopt;
+      answer.body += received_.substr(lineEnd + 2, length);
+      at = lineEnd + 2 + length + 2;
+    }
   }
+  received_.erase(0, at);
+  return answer;
 }
 
 bool Client::IsCutOff() {
@@ -157,6 +198,8 @@ bool Client::IsCutOff() {
     if (count < 0) return false;
   }
 }
+
+void Client::SayNoMore() { shutdown(socket_, SHUT_WR); }
 
 void Client::Reset() {
   const linger now{.l_onoff = 1, .l_linger = 0};

@@ -19,13 +19,17 @@ namespace zeph::test {
 /// "reports" and the authority's file. Killed when it is destroyed.
 class ServerProcess {
  public:
+  [[nodiscard]] static std::string Program();
+  enum class Doors : std::uint8_t { kEngines, kHttp, kBoth };
   /// Comes back once the server listens. Throws std::runtime_error with what it said when it doesn't.
-  explicit ServerProcess(const std::string& folder, std::vector<std::string> moreArguments = {});
+  explicit ServerProcess(const std::string& folder, std::vector<std::string> moreArguments = {},
+                         Doors doors = Doors::kEngines, const std::string& program = Program());
   ~ServerProcess();
   ServerProcess(const ServerProcess&) = delete;
   ServerProcess& operator=(const ServerProcess&) = delete;
 
   [[nodiscard]] int Port() const { return port_; }
+  [[nodiscard]] int HttpPort() const { return httpPort_; }
   [[nodiscard]] int StatusPort() const { return statusPort_; }
   [[nodiscard]] std::size_t OpenDescriptors() const;
   void Signal(int signal) const;
@@ -37,11 +41,13 @@ class ServerProcess {
   int said_ = -1;
   int port_ = 0;
   int statusPort_ = 0;
+  int httpPort_ = 0;
 };
 
 struct Answer {
   int status = 0;
   std::string body;
+  std::string head;
 };
 
 /// A connection to 127.0.0.1, with or without TLS. What doesn't come within a minute counts as never.
@@ -61,6 +67,8 @@ class Client {
   /// Takes and drops what comes until the server closes the connection, which it is not told to do. False when it
   /// doesn't.
   bool IsCutOff();
+  /// Closes the one direction and stays to hear the answer.
+  void SayNoMore();
   /// Ends the connection at once, as a crash does.
   void Reset();
 

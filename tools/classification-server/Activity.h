@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "DetectionEngine/platform/Clock.h"
+#include "tools/classification-server/VerdictList.h"
 
 namespace zeph::server {
 
@@ -29,9 +31,13 @@ class Activity {
   [[nodiscard]] std::uint64_t Checks() const { return checks_; }
   [[nodiscard]] std::uint64_t Reports() const { return reports_; }
   [[nodiscard]] std::uint64_t Refusals() const { return refusals_; }
+  [[nodiscard]] std::chrono::seconds Uptime() const {
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - startedAt_);
+  }
 
  private:
   static constexpr std::size_t kKept = 50;
+  const std::chrono::steady_clock::time_point startedAt_ = std::chrono::steady_clock::now();
   std::atomic<std::uint64_t> checks_{0};
   std::atomic<std::uint64_t> reports_{0};
   std::atomic<std::uint64_t> refusals_{0};
@@ -41,7 +47,16 @@ class Activity {
 
 class ReportStore;
 
-/// The status page as HTML.
-[[nodiscard]] std::string StatusPage(const Activity& activity, const ReportStore& reports);
+/// What the status page tells.
+struct StatusFacts {
+  const Activity& activity;
+  const ReportStore& reports;
+  VerdictFile::ListState list;
+  std::string version;  ///< of the program
+  std::string package;  ///< in words; may be empty
+};
+
+/// The status page as HTML, which loads itself anew every few seconds.
+[[nodiscard]] std::string StatusPage(const StatusFacts& facts);
 
 }  // namespace zeph::server

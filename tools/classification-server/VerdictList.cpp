@@ -131,6 +131,11 @@ std::shared_ptr<const VerdictList> VerdictFile::Current() const {
   return list_;
 }
 
+VerdictFile::ListState VerdictFile::State() const {
+  const std::lock_guard lock(mutex_);
+  return {path_, list_->size(), list_->FaultyLines(), lastWrite_, trouble_};
+}
+
 void VerdictFile::Reread() {
   {
     const std::lock_guard lock(mutex_);
@@ -150,6 +155,8 @@ void VerdictFile::Watch(const std::stop_token& stop) {
     if (!reread && StampOf(path_) == stamp_) continue;
     if (const std::string why = Reload(); !why.empty()) {
       Log("VerdictFile", path_ + ": " + why + "; the list stays as it is", kLogError);
+      const std::lock_guard lock(mutex_);
+      trouble_ = why;
     }
   }
 }
@@ -175,6 +182,8 @@ std::string VerdictFile::Reload() {
   std::shared_ptr<const VerdictList> current = std::move(list);
   const std::lock_guard lock(mutex_);
   list_.swap(current);
+  lastWrite_ = stamp_.lastWrite;
+  trouble_.clear();
   return {};
 }
 

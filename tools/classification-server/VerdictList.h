@@ -68,6 +68,15 @@ class VerdictFile {
   explicit VerdictFile(std::string path);
   /// The list as it stands. Any thread.
   [[nodiscard]] std::shared_ptr<const VerdictList> Current() const;
+  /// How the file stands, for people.
+  struct ListState {
+    std::string path;
+    std::size_t verdicts = 0;
+    std::size_t faultyLines = 0;
+    std::int64_t lastWrite = 0;  ///< of the file that is in force, nanoseconds since 1970
+    std::string trouble;         ///< why the file as it lies there isn't in force; may be empty
+  };
+  [[nodiscard]] ListState State() const;
   /// Has the file read again soon, changed or not. Any thread.
   void Reread();
 
@@ -82,6 +91,8 @@ class VerdictFile {
   std::condition_variable_any wake_;
   bool reread_ = false;
   std::shared_ptr<const VerdictList> list_;
+  std::int64_t lastWrite_ = 0;
+  std::string trouble_;
   std::jthread watcher_;
 };
 
