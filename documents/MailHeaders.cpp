@@ -59,4 +59,39 @@ std::string_view WithoutDeepAddresses(std::string_view bytes, std::string& room)
   return room.empty() ? bytes : std::string_view(room);
 }
 
+std::size_t CostOfMessage(std::string_view bytes) {
+  constexpr std::size_t kPart = 900;
+  constexpr std::size_t kHeader = 260;
+  constexpr std::size_t kHeaderByte = 6;
+  constexpr std::size_t kElementOfHeader = 170;  // an address, a parameter
+  std::size_t cost = 0;
+  bool inHeaders = true;
+  bool holdsMessage = false;
+  bool isDigest = false;
+  while (!bytes.empty()) {
+    const std::size_t end = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
+    const std::string_view line = bytes.substr(0, end);
+    bytes.remove_prefix(end);
+    if (line.starts_with("--")) {
+      cost += kPart;
+      inHeaders = true;
+    } else if (line == "\n" || line == "\r\n") {
+      inHeaders = holdsMessage || isDigest;
+      holdsMessage = false;
+    } else if (inHeaders) {
+      const bool isFolded = line.front() == ' ' || line.front() == '\t';
+      if (!isFolded && line.substr(0, line.find_first_of(" \t")).find(':') == std::string_view::npos) continue;
+      const auto elements = std::ranges::count_if(line, [](char c) { return c == ',' || c == ';' || c == '<'; });
+      cost +=
+          (isFolded ? 0 : kHeader) + kHeaderByte * line.size() + kElementOfHeader * static_cast<std::size_t>(elements);
+      std::string lower(line);
+      std::ranges::transform(lower, lower.begin(),
+                             [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+      holdsMessage = holdsMessage || lower.find("message/") != std::string::npos;
+      isDigest = isDigest || lower.find("digest") != std::string::npos;  // its parts are messages without saying so
+    }
+  }
+  return cost;
+}
+
 }  // namespace zeph

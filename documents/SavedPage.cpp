@@ -28,44 +28,6 @@ constexpr int kMaxParts = 10'000;
 constexpr std::size_t kMaxFile = std::size_t{16} << 20;
 constexpr std::size_t kMaxFiles = std::size_t{64} << 20;
 
-/// What reading a message takes, at the least that covers what the mail library makes of it: it makes objects for
-/// parts, headers and addresses before anything of them can be seen. Lines that may be a boundary count as one, and
-/// what follows them up to an empty line as headers.
-std::size_t CostOf(std::string_view bytes) {
-  constexpr std::size_t kPart = 900;
-  constexpr std::size_t kHeader = 260;
-  constexpr std::size_t kHeaderByte = 6;
-  constexpr std::size_t kElementOfHeader = 170;  // an address, a parameter
-  std::size_t cost = 0;
-  bool inHeaders = true;
-  bool holdsMessage = false;
-  bool isDigest = false;
-  while (!bytes.empty()) {
-    const std::size_t end = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
-    const std::string_view line = bytes.substr(0, end);
-    bytes.remove_prefix(end);
-    if (line.starts_with("--")) {
-      cost += kPart;
-      inHeaders = true;
-    } else if (line == "\n" || line == "\r\n") {
-      inHeaders = holdsMessage || isDigest;
-      holdsMessage = false;
-    } else if (inHeaders) {
-      const bool isFolded = line.front() == ' ' || line.front() == '\t';
-      if (!isFolded && line.substr(0, line.find_first_of(" \t")).find(':') == std::string_view::npos) continue;
-      const auto elements = std::ranges::count_if(line, [](char c) { return c == ',' || c == ';' || c == '<'; });
-      cost +=
-          (isFolded ? 0 : kHeader) + kHeaderByte * line.size() + kElementOfHeader * static_cast<std::size_t>(elements);
-      std::string lower(line);
-      std::ranges::transform(lower, lower.begin(),
-                             [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-      holdsMessage = holdsMessage || lower.find("message/") != std::string::npos;
-      isDigest = isDigest || lower.find("digest") != std::string::npos;  // its parts are messages without saying so
-    }
-  }
-  return cost;
-}
-
 struct Unref {
   template <class Object>
   void operator()(Object* object) const noexcept {
@@ -196,7 +158,7 @@ bool IsHtmlPart(GMimeObject* object) {
 }  // namespace
 
 std::optional<SavedPage> ReadMhtml(std::string_view bytes, std::string& error) {
-  if (!PageBudget::ForPage(bytes.size()).Take(CostOf(bytes))) {
+  if (!PageBudget::ForPage(bytes.size()).Take(CostOfMessage(bytes))) {
     error = "too costly: more parts and headers than a message of its size may have";
     return std::nullopt;
   }

@@ -84,7 +84,7 @@ void TellAddress(std::ostream& out, const Judgement& judgement) {
     out << "\n    judged by its content alone: nobody tells its address";
     if (!judgement.url.empty()) {
       out << ", but the page itself, which claims " << Shown(judgement.url) << " (--trust-claimed-url takes its word)";
-    } else {
+    } else if (judgement.where.empty()) {
       out << " (--url or --map does)";
     }
   } else if (judgement.urlSource == UrlSource::kClaimed) {
@@ -272,16 +272,19 @@ std::string HostOf(const Judgement& judgement) {
   return url && url->host ? Narrow(*url->host) : "";
 }
 
-std::string DomainOf(const Judgement& judgement) {
+std::string SiteOf(std::u16string_view url) {
   UrlParser parser;
-  if (judgement.url.empty() || parser.DecodeUrl(judgement.url) != 0) return HostOf(judgement);
+  if (url.empty() || parser.DecodeUrl(url) != 0 || parser.Record().DomainTail.empty()) {
+    const auto read = ReadBrowserUrl(url);
+    return read && read->host ? Narrow(*read->host) : "";
+  }
   const UrlRecord& record = parser.Record();
-  if (record.DomainTail.empty()) return Narrow(record.HostName);
-  // The label that names the site and what follows it: shop.example.co.uk and example.co.uk are one.
   const std::u16string_view host = record.HostName;
   const std::size_t label = host.rfind(u"." + record.MainDomain + u".");
   return Narrow(label == std::u16string_view::npos ? host : host.substr(label + 1));
 }
+
+std::string DomainOf(const Judgement& judgement) { return SiteOf(judgement.url); }
 
 std::string ImitatedBrand(const Judgement& judgement) {
   return IsHeld(judgement.verdict) && judgement.siteName ? Narrow(*judgement.siteName) : "";

@@ -26,6 +26,10 @@ namespace zeph {
 [[nodiscard]] std::string CsvRow(const Judgement& judgement);
 [[nodiscard]] std::string CsvField(std::string_view text);
 
+/// The name of the site that an address leads to: the label that names it and what follows, so that shop.example.co.uk
+/// and example.co.uk are one; a host that belongs to no known ending as a whole; empty for what has no host.
+[[nodiscard]] std::string SiteOf(std::u16string_view url);
+
 /// What an answer is told apart by: the host that was judged, and the site above it, as far as its address has them.
 [[nodiscard]] std::string HostOf(const Judgement& judgement);
 [[nodiscard]] std::string DomainOf(const Judgement& judgement);

@@ -12,6 +12,7 @@
 #include "DetectionEngine/EngineResults.h"
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/platform/CodePage.h"
+#include "judging/Letter.h"
 #include "judging/TypedAddress.h"
 
 namespace zeph {
@@ -98,8 +99,16 @@ Judgement Judge::Of(const Input& input) const {
                       error == std::errc::permission_denied;
   if (!isFile) return OfAddress(input.text);
   std::string reason;
-  std::optional<PageSource> source = ReadPageFile(input.text, reason);
+  std::optional<std::string> bytes = ReadPageBytes(input.text, reason);
+  if (!bytes) return NotJudged(input.text, std::move(reason));
+  if (IsLetter(*bytes, {}, input.text)) {
+    Judgement judgement = OfLetter(*bytes);
+    judgement.input = input.text;
+    return judgement;
+  }
+  std::optional<PageSource> source = ReadPageContent(*std::move(bytes), {}, input.text, reason);
   if (!source) return NotJudged(input.text, std::move(reason));
+  if (source->kind != PageKind::kMhtml) source->path = input.text;
   if (!options_.exact && source->recording == nullptr && source->bytes.empty()) return NotJudged(input.text, "empty");
   Judgement judgement = OfPage(*std::move(source), input.pageUrl);
   judgement.input = input.text;
@@ -109,11 +118,45 @@ Judgement Judge::Of(const Input& input) const {
 Judgement Judge::OfContent(Content content) const {
   const std::string name = content.name.empty() ? content.url : content.name;
   if (content.bytes.empty()) return NotJudged(name, "empty");
+  if (IsLetter(content.bytes, content.mediaType, content.name)) {
+    Judgement judgement = OfLetter(content.bytes);
+    judgement.input = name;
+    return judgement;
+  }
   std::string reason;
   std::optional<PageSource> source = ReadPageContent(std::move(content.bytes), content.mediaType, content.name, reason);
   if (!source) return NotJudged(name, std::move(reason));
   Judgement judgement = OfPage(*std::move(source), content.url);
   judgement.input = name;
+  return judgement;
+}
+
+Judgement Judge::OfLetter(std::string_view bytes) const {
+  if (bytes.empty()) return NotJudged({}, "empty");
+  Judgement judgement;
+  std::optional<Letter> letter = ReadLetter(bytes, judgement.reason);
+  if (!letter) return judgement;
+  Judge stranger(*this);
+  stranger.options_.exact = false;
+  stranger.options_.trustsClaims = false;
+  stranger.options_.url.clear();
+  stranger.options_.pageUrl.clear();
+  for (const LetterLink& link : letter->links) {
+    judgement.parts.push_back(stranger.OfAddress(link.url));
+    judgement.parts.back().where = link.where;
+  }
+  for (LetterPage& page : letter->pages) {
+    Judgement part = page.refusal.empty() ? stranger.OfPage(std::move(page.source), {}) : NotJudged({}, page.refusal);
+    part.input = std::move(page.name);
+    part.where = std::move(page.where);
+    judgement.parts.push_back(std::move(part));
+  }
+  if (!letter->leftOut.empty()) {
+    judgement.parts.push_back(NotJudged("the rest of the letter", "left out: " + letter->leftOut));
+    judgement.parts.back().where = "what the bounds cut";
+  }
+  if (judgement.parts.empty()) judgement.reason = "no link and no page in it";
+  TakeWorstPart(judgement);
   return judgement;
 }
 

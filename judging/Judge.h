@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "judging/Judgement.h"
@@ -41,6 +42,9 @@ class Judge {
   [[nodiscard]] Judgement OfAddress(const std::string& text) const;
   /// What a program hands over, with what it knows of it. Its own files beside it are out of reach.
   [[nodiscard]] Judgement OfContent(Content content) const;
+  /// A letter, as mail programs send it: its links and pages are its parts, and the worst of them counts. What asks
+  /// for an address of pages isn't meant for what a stranger attaches, so options of addresses don't reach it.
+  [[nodiscard]] Judgement OfLetter(std::string_view bytes) const;
   /// mapUrl: the page's address by a list that goes with it; may be empty.
   [[nodiscard]] Judgement OfPage(PageSource source, const std::string& mapUrl) const;
 
