@@ -93,6 +93,9 @@ char* Mutable(std::string& text) { return text.data(); }
 /// One connection of the mail server; its letters come one after the other.
 struct Session {
   std::unique_ptr<GatheredLetter> letter;
+  bool isSilent = false;    ///< the mail server waits for no answers to the letter's beginning
+  bool maySkip = false;     ///< the rest of a body may be declined
+  bool leadsBlank = false;  ///< the blank behind a header's colon is part of its value
 };
 
 class Server {
@@ -114,18 +117,21 @@ class Server {
       Log("a mail server was refused: too many connections");
       return SMFIS_REJECT;
     }
+    *actions = needed;
+    // Body pieces are answered, so that the rest of a letter that is too long can be declined.
+    constexpr unsigned long kUnused = SMFIP_NOCONNECT | SMFIP_NOHELO | SMFIP_NORCPT | SMFIP_NOUNKNOWN | SMFIP_NODATA;
+    constexpr unsigned long kSilent = SMFIP_NR_MAIL | SMFIP_NR_HDR | SMFIP_NR_EOH;
+    *steps = protocol & (kUnused | SMFIP_SKIP | SMFIP_HDR_LEADSPC);
+    if ((protocol & kSilent) == kSilent) *steps |= kSilent;
     auto session = std::make_unique<Session>();
+    session->isSilent = (*steps & kSilent) == kSilent;
+    session->maySkip = (*steps & SMFIP_SKIP) != 0;
+    session->leadsBlank = (*steps & SMFIP_HDR_LEADSPC) != 0;
     if (smfi_setpriv(context, session.get()) != MI_SUCCESS) {
       --sessions_;
       return SMFIS_REJECT;
     }
     session.release();  // the context holds it until Close
-    *actions = needed;
-    // Body pieces are answered, so that the rest of a letter that is too long can be declined.
-    constexpr unsigned long kUnused = SMFIP_NOCONNECT | SMFIP_NOHELO | SMFIP_NORCPT | SMFIP_NOUNKNOWN | SMFIP_NODATA;
-    constexpr unsigned long kSilent = SMFIP_NR_MAIL | SMFIP_NR_HDR | SMFIP_NR_EOH;
-    *steps = protocol & (kUnused | kSilent | SMFIP_SKIP | SMFIP_HDR_LEADSPC);
-    silent_ = (protocol & kSilent) == kSilent;
     return SMFIS_CONTINUE;
   }
 
@@ -161,7 +167,7 @@ class Server {
     }
     const bool isCut = letter.IsCut();
     const std::variant<Judgement, Failure> answer = Ask(letter);
-    if (std::holds_alternative<Failure>(answer)) return FinishUnjudged(context, std::get<Failure>(answer), forged);
+    if (std::holds_alternative<Failure>(answer)) return FinishUnjudged(context, session, std::get<Failure>(answer), forged);
 
     const Judgement& judgement = std::get<Judgement>(answer);
     figures_.CountVerdict(judgement.verdict);
@@ -180,7 +186,7 @@ class Server {
         return Reply(context, SMFIS_REJECT, "550", "5.7.1", "this letter isn't taken: " + HeldSentence(judgement));
       }
     }
-    if (!Mark(context, forged, VerdictHeader(judgement, note))) return SMFIS_TEMPFAIL;
+    if (!Mark(context, session, forged, VerdictHeader(judgement, note))) return SMFIS_TEMPFAIL;
     if (IsHeld(judgement.verdict) && options_.action == Action::kQuarantine) {
       std::string reason = HeldSentence(judgement);
       if (smfi_quarantine(context, Mutable(reason)) != MI_SUCCESS) return SMFIS_TEMPFAIL;
@@ -210,7 +216,9 @@ class Server {
     while (finishing_ > 0 && Clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
 
-  [[nodiscard]] sfsistat Step() const { return silent_ ? SMFIS_NOREPLY : SMFIS_CONTINUE; }
+  [[nodiscard]] static sfsistat Step(const Session& session) {
+    return session.isSilent ? SMFIS_NOREPLY : SMFIS_CONTINUE;
+  }
 
   std::atomic<int> finishing_{0};
 
@@ -253,7 +261,7 @@ class Server {
     return judge_;
   }
 
-  sfsistat FinishUnjudged(SMFICTX* context, Failure failure, int forged) {
+  sfsistat FinishUnjudged(SMFICTX* context, const Session& session, Failure failure, int forged) {
     figures_.CountFailure(failure);
     if (options_.onFailure == OnFailure::kWait) {
       ++figures_.deferred;
@@ -262,12 +270,13 @@ class Server {
     ++figures_.passedUnjudged;
     Judgement judgement;
     judgement.reason = Sentence(failure);
-    return Mark(context, forged, VerdictHeader(judgement, {})) ? SMFIS_CONTINUE : SMFIS_TEMPFAIL;
+    return Mark(context, session, forged, VerdictHeader(judgement, {})) ? SMFIS_CONTINUE : SMFIS_TEMPFAIL;
   }
 
   /// Takes out what others wrote under our name, and writes our own. False: the mail server is gone or won't; it must not
   /// pass the letter as if it had been marked.
-  bool Mark(SMFICTX* context, int forged, std::string value) {
+  bool Mark(SMFICTX* context, const Session& session, int forged, std::string value) {
+    if (session.leadsBlank) value.insert(0, " ");
     std::string name(kHeaderName);
     // From the last to the first: whichever way a mail server counts behind one that is gone.
     for (int i = forged; i > 0; --i) {
@@ -287,7 +296,6 @@ class Server {
   Room room_;
   Seats seats_;
   std::atomic<std::size_t> sessions_{0};
-  std::atomic<bool> silent_{false};
   std::string queueIdMacro_ = "i";
   std::mutex judgeLock_;
   std::shared_ptr<const Judge> judge_;
@@ -329,7 +337,7 @@ sfsistat OnNegotiate(SMFICTX* context, unsigned long offered, unsigned long prot
 sfsistat OnSender(SMFICTX* context, char**) {
   return Guarded(context, [](Session& session) {
     theServer->Begin(session);
-    return theServer->Step();
+    return Server::Step(session);
   });
 }
 
@@ -337,7 +345,7 @@ sfsistat OnHeader(SMFICTX* context, char* name, char* value) {
   return Guarded(context, [&](Session& session) {
     if (session.letter == nullptr) theServer->Begin(session);
     session.letter->AddHeader(name, value);
-    return theServer->Step();
+    return Server::Step(session);
   });
 }
 
@@ -345,7 +353,7 @@ sfsistat OnHeadersEnd(SMFICTX* context) {
   return Guarded(context, [&](Session& session) {
     if (session.letter == nullptr) theServer->Begin(session);
     session.letter->EndHeaders();
-    return theServer->Step();
+    return Server::Step(session);
   });
 }
 
@@ -353,7 +361,7 @@ sfsistat OnBody(SMFICTX* context, unsigned char* bytes, std::size_t size) {
   return Guarded(context, [&](Session& session) -> sfsistat {
     if (session.letter == nullptr) theServer->Begin(session);
     session.letter->AddBody({reinterpret_cast<const char*>(bytes), size});
-    return session.letter->IsFull() ? SMFIS_SKIP : SMFIS_CONTINUE;
+    return session.letter->IsFull() && session.maySkip ? SMFIS_SKIP : SMFIS_CONTINUE;
   });
 }
 

@@ -69,6 +69,7 @@ class Client:
             self.send(b"B", data[at:at + 65000])
             answer = self.receive()[0]
             if answer == b"s":
+                check(self.steps & 0x400, "skipped unasked")
                 break
             check(answer == b"c", "body gave", answer)
 
@@ -87,6 +88,8 @@ class Client:
                 name, value = data[4:].split(b"\0")[:2]
                 check(name == b"X-Zeph" and inserted is None, data)
                 inserted = value.decode("ascii")
+                check(inserted.startswith(" ") == bool(self.steps & 0x100000), "the blank behind the colon:", inserted)
+                inserted = inserted.lstrip(" ")
             elif command == b"q":
                 quarantine = data.rstrip(b"\0").decode()
             else:
@@ -163,13 +166,14 @@ def does_with_held_letters_as_told(zeph, folder):
 
 def judges_no_more_than_its_size(zeph, folder):
     milter = Milter(zeph, folder, "--max-size", "4KiB").start()
-    client = Client(milter.socket)
     late = letter("late", mime("text/plain", "x" * 70 + "\n", "8bit") + ("y" * 70 + "\n") * 3000 + SPOOF + "\n")
-    _, header, _, answer = client.judge(late)
-    check(answer[0] == b"c" and 'note="only the first 4096 bytes were judged"' in unfold(header), header)
-    client.close()
+    for steps in (ALL_STEPS, 0x7F):  # the second knows no way to decline the rest
+        client = Client(milter.socket, steps=steps)
+        _, header, _, answer = client.judge(late)
+        check(answer[0] == b"c" and 'note="only the first 4096 bytes were judged"' in unfold(header), header)
+        client.close()
     milter.stop()
-    check(milter.figure("zeph_milter_cut_total") == 1, "cut letters")
+    check(milter.figure("zeph_milter_cut_total") == 2, "cut letters")
 
 
 def outlives_bad_frames(zeph, folder):

@@ -29,6 +29,8 @@ error      unix  -       -       n       -       -       error
 retry      unix  -       -       n       -       -       error
 showq      unix  n       -       n       -       -       showq
 anvil      unix  -       -       n       -       1       anvil
+proxymap   unix  -       -       n       -       -       proxymap
+proxywrite unix  -       -       n       -       1       proxymap
 postlog    unix-dgram n  -       n       -       1       postlogd
 """
 
@@ -61,11 +63,11 @@ class Postfix:
             file.write("default_transport = lmtp:unix:%s\nrelay_transport = $default_transport\n" % self.sink)
             file.write("maillog_file = %s/log\nmaillog_file_prefixes = %s\n" % (folder, folder))
             file.write("import_environment = MAIL_CONFIG\nsmtpd_client_connection_count_limit = 0\n")
-            file.write("smtpd_relay_restrictions = permit\nsmtpd_error_sleep_time = 0\nsmtpd_hard_error_limit = 1000000\n")
+            file.write("relay_domains = example.com\nsmtpd_relay_restrictions = reject_unauth_destination\nsmtpd_error_sleep_time = 0\nsmtpd_hard_error_limit = 1000000\n")
             file.write("smtpd_soft_error_limit = 1000000\ninet_interfaces = 127.0.0.1\n")
         with open(self.config + "/master.cf", "w") as file:
             file.write(SERVICES)
-        self.sinking = subprocess.Popen([SINK, "-L", "-D", self.mail, "unix:" + self.sink, "200"], umask=0, cwd=folder,
+        self.sinking = subprocess.Popen([SINK, "-u", "root", "-L", "-D", self.mail, "unix:" + self.sink, "200"], umask=0, cwd=folder,
                                         stderr=subprocess.DEVNULL)
         wait_for(lambda: os.path.exists(self.sink), "the sink")
 
@@ -112,9 +114,10 @@ def marks(head):
 
 @contextlib.contextmanager
 def running(folder, zeph, *arguments):
-    milter = Milter(zeph, folder, *arguments).start()
+    milter = Milter(zeph, folder, *arguments)
     postfix = Postfix(folder, milter.socket)
     try:
+        milter.start()
         postfix.run("start")
         wait_for(lambda: os.path.exists(os.path.join(postfix.queue, "public", "relay.test")), "Postfix")
         yield milter, postfix
@@ -123,7 +126,7 @@ def running(folder, zeph, *arguments):
         raise
     finally:
         postfix.stop()
-        if milter.process.poll() is None:
+        if milter.process is not None and milter.process.poll() is None:
             milter.kill()
 
 
