@@ -47,7 +47,7 @@ TEST(VerdictHeader, NothingThatStrangersWriteLeavesItsPlace) {
       {u"A\"; score=0", "x", R"(brand="A\"; score=0"; reason)"},
       {u"A\r\nBcc: b", "c\n\td\\", R"(brand="A\\x0d\\x0aBcc: b"; reason="c\\x0a\\x09d\\")"},
       {u"Cr\u00e9dit", "\xc3\xa9 'x'", "brand*=UTF-8''Cr%C3%A9dit; reason*=UTF-8''%C3%A9%20%27x%27"},
-      {u"A", std::string(1000, 'x'), "xxx...\"; score"},
+      {u"A", std::string(1000, 'x'), ".\"; score"},
       {u"\u202eA", std::string(199, 'x') + "\xc3\xa9\xc3\xa9", R"(brand="\\u202eA")"},
   };
   for (const Row& row : rows) {
