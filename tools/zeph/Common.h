@@ -110,6 +110,7 @@ class Progress {
 /// exitStatus receives what isn't kExitDone.
 void AddBrandCommands(CLI::App& program);  ///< brand, and untwist from the other side
 void AddCheckCommand(CLI::App& program, int& exitStatus);
+void AddMilterCommand(CLI::App& program);
 void AddEvalCommand(CLI::App& program, int& exitStatus);
 void AddInspectCommand(CLI::App& program, int& exitStatus);
 void AddRecordCommand(CLI::App& program, int& exitStatus);

@@ -71,6 +71,7 @@ int main(int argc, char** argv) {
   zeph::AddInspectCommand(program, exitStatus);
   zeph::AddRecordCommand(program, exitStatus);
   zeph::AddReportCommand(program, exitStatus);
+  zeph::AddMilterCommand(program);
   zeph::AddPackageCommand(program, exitStatus);
   zeph::AddRulesCommand(program, exitStatus);
   zeph::AddServeCommand(program, exitStatus);
