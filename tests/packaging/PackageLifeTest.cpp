@@ -336,5 +336,28 @@ TEST_F(PackageLife, RunningEnginesSayWhatTheyUseAndFollow) {
   EXPECT_EQ(fs::status(At("user/run")).permissions(), fs::perms(0700));
 }
 
+TEST_F(PackageLife, ThePagesCommandsWorkFromTopToBottom) {
+  Package("zeph", "onetag");
+  fs::rename(At("sources-zeph"), At("DIR-sources"));
+  Put("hits.txt", "spoofing\thttp://onetag.evil.test/\n");
+  // There is no terminal to ask for a password.
+  Put("bin/zeph", "#!/bin/sh\n[ \"$2\" = keygen ] && set -- \"$@\" --no-password\nexec " ZEPH_PROGRAM " \"$@\"\n");
+  fs::permissions(At("bin/zeph"), fs::perms(0755));
+  const std::string page = ReadWholeFile(ZEPH_SOURCE_DIR "/docs/package.md", 1 << 20).value_or("");
+  const std::string folders = "cd " + At("") + " && export PATH=" + At("bin") + ":$PATH ZEPH_MACHINE_DIR=" + At("machine") +
+                              " ZEPH_USER_DIR=" + At("user") + " && ";
+  std::istringstream lines(page);
+  std::size_t count = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with("zeph ")) continue;
+    ++count;
+    std::string command = line.substr(0, line.find("  #"));
+    if (const std::size_t at = command.find("--sources DIR"); at != std::string::npos) command.insert(at + 13, "-sources");
+    const Outcome outcome = Shell(folders + command);
+    EXPECT_EQ(outcome.status, 0) << command << '\n' << outcome.out;
+  }
+  EXPECT_GE(count, 15U);
+}
+
 }  // namespace
 }  // namespace zeph
