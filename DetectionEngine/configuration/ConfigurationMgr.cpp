@@ -118,6 +118,7 @@ bool ConfigurationMgr::Run() {
   if (!loaded_) UpdatePaths(false);
   if (!loaded_ || (!pinned_ && IsTimeToLook())) {
     const std::shared_ptr<const Slot> slot = ActiveSlot();
+    if (noteIsDue_.exchange(false)) NoteInForce({});
     if (firstRun_ && !loaded_) LogPaths(kRunLabel, slot->originalConfigFile, slot->newConfigFile);
     // Looked at once before the lock, so that callers queue only when there is something to load.
     if (!loaded_ || SeesChange(*slot)) {
@@ -196,6 +197,7 @@ void ConfigurationMgr::AfterFork() {
     new (&runLock_) std::mutex;
     new (&loadThread_) std::thread;
     if (!loadDoneEvent_) loadThreadStarted_ = false;
+    noteIsDue_ = loaded_.load();
   }
   changeLock_.unlock();
 }
@@ -292,7 +294,8 @@ bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
     if (!Parse(file, package, error, NamedMutexName(baseName, u"File"), *pair)) return false;
 
     const std::u16string dataFolder = Widen(GetDataFolder());
-    const std::lock_guard lock(changeLock_);
+    std::string digest = Sha256Hex(*package);
+    std::unique_lock lock(changeLock_);
     SetNewConfigFile(own_, dataFolder, verifyPackageSignature_);
     UseOwnTexts(pair->configuration, own_);
     // The name may have been set while the load ran.
@@ -301,6 +304,8 @@ bool ConfigurationMgr::LoadPackage(std::u16string_view path) {
     SetActive(std::move(pair));
     loadedPackage_ = file;
     loaded_ = true;
+    lock.unlock();
+    NoteInForce(std::move(digest));
     return true;
   } catch (const std::exception& failure) {
     return Refuse(file, kParseLabel, "The package can't be loaded", failure.what());
@@ -353,10 +358,26 @@ std::string ConfigurationMgr::LastFailure() const {
 }
 
 void ConfigurationMgr::Publish(std::shared_ptr<const ConfigurationPair> pair) {
-  const std::lock_guard lock(changeLock_);
-  SetActive(std::move(pair));
-  loaded_ = true;
-  pinned_ = true;
+  {
+    const std::lock_guard lock(changeLock_);
+    SetActive(std::move(pair));
+    loaded_ = true;
+    pinned_ = true;
+  }
+  NoteInForce({});
+}
+
+void ConfigurationMgr::NoteInForce(std::string digest) {
+  const std::string newest = pinned_ ? std::string() : ActiveSlot()->newConfigFile;
+  RunNote note;
+  {
+    const std::lock_guard lock(changeLock_);
+    if (!digest.empty()) note_ = {0, {}, loadedPackage_, {}, std::move(digest), UtcNanoseconds()};
+    note_.follows = newest;
+    note = note_;
+  }
+  if (note.package.empty()) return;  // of sources, not of a package
+  WriteRunNote(note);
 }
 
 }  // namespace zeph

@@ -15,6 +15,7 @@
 #include "DetectionEngine/configuration/ConfigurationPair.h"
 #include "DetectionEngine/platform/Files.h"
 #include "DetectionEngine/platform/NamedMutex.h"
+#include "DetectionEngine/platform/RunNotes.h"
 
 namespace zeph {
 
@@ -27,6 +28,9 @@ namespace zeph {
 ///
 /// Packages that are looked for (not those that LoadPackage is given) are believed only where nobody else can have
 /// written them, see DistrustOf.
+///
+/// What is in force is noted down where the user's other processes can read it, see WriteRunNote: at each load, not for each
+/// use.
 ///
 /// Any thread may call anything.
 class ConfigurationMgr {
@@ -118,6 +122,8 @@ class ConfigurationMgr {
   bool Parse(const std::string& path, const std::optional<std::string>& package, const std::error_code& error,
              const std::u16string& mutexName, ConfigurationPair& pair);
   bool WaitFor(NamedMutex& fileMutex) const;
+  /// Notes down which package is in force. digest: of the package; empty: that of the note before.
+  void NoteInForce(std::string digest);
   /// Logs an error and, as a detail, why; keeps it for LastFailure, and is false.
   bool Refuse(const std::string& path, const char* label, std::string_view text, std::string_view why = {});
   /// Keeps it for LastFailure, and is false.
@@ -132,6 +138,7 @@ class ConfigurationMgr {
   std::u16string packageBaseName_;
   std::string lastFailure_;
   std::string loadedPackage_;
+  RunNote note_;               ///< the last one
   SeenFile loadedFile_;        ///< what was found and loaded last
   SeenFile failedFile_;        ///< what was found and failed last
   SeenFile ignoredFile_;       ///< what was told to be ignored last
@@ -147,6 +154,7 @@ class ConfigurationMgr {
   std::atomic<bool> loadThreadStarted_{false};
   std::atomic<bool> loadDoneEvent_{false};
   std::atomic<bool> stopEvent_{false};
+  std::atomic<bool> noteIsDue_{false};  ///< a fork's child hasn't written its own yet
   std::atomic<std::int64_t> lookedAt_{-1};  ///< CoarseTick of the last look
   std::uint32_t forkingProcess_ = 0;
 };

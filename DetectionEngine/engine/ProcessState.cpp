@@ -28,7 +28,10 @@ namespace {
 }
 
 /// The process ends or the library goes: the load thread ends first. What it has loaded stays for others until they go.
-[[gnu::destructor]] void DetachProcess() { Process().configurationMgr.Stop(); }
+[[gnu::destructor]] void DetachProcess() {
+  Process().configurationMgr.Stop();
+  RemoveRunNote();
+}
 
 }  // namespace
 

@@ -32,7 +32,8 @@ struct Loaded {
 
 Loaded LoadEither(const std::string& path) {
   Loaded loaded;
-  if (fs::is_directory(path)) {
+  std::error_code unknown;
+  if (fs::is_directory(path, unknown)) {
     const std::vector<SourceFile> files = ReadSources(path);
     Diagnostics found;
     Compiled compiled = CompileSources(files, false, found);
@@ -62,6 +63,7 @@ void Decompile(const std::string& package, const std::string& output) {
   if (!sources.refusal.empty()) throw CommandError(package + ": no source can say it: " + sources.refusal);
   std::error_code error;
   fs::create_directories(output, error);
+  if (error) throw CommandError(output + ": can't be made: " + error.message());
   for (const PackedFile& file : sources.files) {
     const fs::path path = fs::path(output) / file.Name;
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
@@ -98,8 +100,9 @@ class CaseRunner {
     char16_t siteName[kZephNameRoom] = {};
     float spooficity = 0.0F;
     ClassificationTrace trace;
+    std::error_code unknown;
     const fs::path page = fs::path(one.input).is_absolute() ? fs::path(one.input) : fs::path(folder_) / one.input;
-    if (PageKindOfName(one.input) && fs::is_regular_file(page)) {
+    if (PageKindOfName(one.input) && fs::is_regular_file(page, unknown)) {
       std::string error;
       std::optional<PageSource> source = ReadPageFile(page.string(), error);
       if (!source) throw CommandError(page.string() + ": " + error);
@@ -155,10 +158,13 @@ class CaseRunner {
 int TestFolder(const std::string& folder) {
   std::vector<SourceFile> files;
   std::error_code error;
-  for (const auto& entry : fs::directory_iterator(folder, error)) {
-    if (!entry.is_regular_file() || entry.path().extension() != ".test") continue;
-    std::ifstream in(entry.path(), std::ios::binary);
-    files.push_back({entry.path().string(), {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()}});
+  fs::directory_iterator entry(folder, error);
+  for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
+    std::error_code unknown;
+    if (!entry->is_regular_file(unknown) || entry->path().extension() != ".test") continue;
+    std::ifstream in(entry->path(), std::ios::binary);
+    if (!in) throw CommandError(entry->path().string() + ": can't be read");
+    files.push_back({entry->path().string(), {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()}});
   }
   if (error) throw CommandError(folder + ": " + error.message());
   if (files.empty()) throw CommandError(folder + ": no file of cases, whose name ends in .test");

@@ -118,6 +118,8 @@ void AddReportCommand(CLI::App& program, int& exitStatus);
 void AddPackageCommand(CLI::App& program, int& exitStatus);
 /// Below the command "package": decompile, lint, test, diff.
 void AddAuthoringCommands(CLI::App& package, int& exitStatus);
+/// Below the command "package": info, where, install, rollback, keygen, sign, verify.
+void AddPackageLifeCommands(CLI::App& package, int& exitStatus);
 void AddRulesCommand(CLI::App& program, int& exitStatus);
 void AddServeCommand(CLI::App& program, int& exitStatus);
 void AddSettingsCommand(CLI::App& program, int& exitStatus);

@@ -97,7 +97,10 @@ void Build(const BuildOptions& options) {
   const ScratchFolder scratch;
   const std::string packed = MakePackedFile(options, scratch.Path()).string();
   const fs::path output(options.output);
-  const std::string folder = fs::absolute(output).parent_path().string() + "/";
+  std::error_code error;
+  const fs::path whole = fs::absolute(output, error);
+  if (error) throw CommandError(options.output + ": " + error.message());
+  const std::string folder = whole.parent_path().string() + "/";
   std::vector<std::string> files = {packed};
   // A pack brings the sources, and the rules' sentences in them.
   if (const std::string texts = WriteRuleTexts(LoadRuleTexts(options.sources)); !texts.empty() && options.format != "pack") {
@@ -113,11 +116,14 @@ void Build(const BuildOptions& options) {
 }
 
 void Unpack(const UnpackOptions& options) {
-  if (!fs::is_regular_file(options.package)) throw CommandError(options.package + ": no such package");
+  std::error_code error;
+  if (!fs::is_regular_file(options.package, error)) {
+    throw CommandError(options.package + ": " + (error ? error.message() : "no such package"));
+  }
   Extraction packed = CabExtract(options.package);
   if (!packed) throw CommandError(options.package + ": " + packed.refusal);
-  std::error_code error;
   fs::create_directories(options.output, error);
+  if (error) throw CommandError(options.output + ": can't be made: " + error.message());
   const bool isPack = packed.pack.has_value();
   if (!isPack && !packed.memoryFile) {
     throw CommandError(options.package + ": holds neither packed2.dat nor packed3.dat");
@@ -141,7 +147,7 @@ void Unpack(const UnpackOptions& options) {
 }  // namespace
 
 void AddPackageCommand(CLI::App& program, int& exitStatus) {
-  CLI::App* package = program.add_subcommand("package", "Make, check, compare and take apart configuration packages");
+  CLI::App* package = program.add_subcommand("package", "Make, check, sign and install configuration packages");
   package->require_subcommand(1);
 
   CLI::App* build = package->add_subcommand("build", "Make a package from a folder of text sources");
@@ -162,6 +168,7 @@ void AddPackageCommand(CLI::App& program, int& exitStatus) {
   unpack->callback([unpackOptions] { Unpack(*unpackOptions); });
 
   AddAuthoringCommands(*package, exitStatus);
+  AddPackageLifeCommands(*package, exitStatus);
 }
 
 }  // namespace zeph

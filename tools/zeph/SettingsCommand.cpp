@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <iomanip>
+#include <span>
 #include <sstream>
 
 #include "DetectionEngine/base/ModuleTexts.h"
@@ -10,6 +11,7 @@
 #include "DetectionEngine/engine/ProcessState.h"
 #include "DetectionEngine/platform/CodePage.h"
 #include "DetectionEngine/platform/SettingsHive.h"
+#include "tools/packaging/Trust.h"
 #include "tools/zeph/Common.h"
 
 namespace zeph {
@@ -38,6 +40,12 @@ constexpr std::array kLogSettings = {
     LogSetting{"PrependType", "1", "put Error, Warning or Information in the line"},
 };
 
+/// And for packages, under a key of its own.
+constexpr std::array kPackageSettings = {
+    LogSetting{kTrustedKeysSetting, "", "public keys whose signatures of packages are believed, blanks between (a text)", 0, true},
+    LogSetting{kUnsignedSetting, "1", "0: package install takes none without such a signature"},
+};
+
 struct SettingsOptions {
   bool machine = false;
   bool text = false;
@@ -48,6 +56,9 @@ struct SettingsOptions {
   [[nodiscard]] SettingsHive Hive() const { return SettingsHive(machine ? HiveOwner::kMachine : HiveOwner::kUser); }
   [[nodiscard]] std::string Key() const {
     if (!key.empty()) return key;
+    if (machine && std::ranges::find(kPackageSettings, name, &LogSetting::name) != kPackageSettings.end()) {
+      return std::string(kPackageSettingsKey);
+    }
     return machine ? std::string(kLogSettingsKey) : Narrow(SettingsKeyPath());
   }
 };
@@ -67,15 +78,14 @@ void PrintSetting(std::string_view name, std::string_view value, std::string_vie
 }
 
 /// The values of one key, and of the log's key also those that aren't set.
-void ListKey(const SettingsHive& hive, const std::string& key, bool isLog) {
+void ListKey(const SettingsHive& hive, const std::string& key, std::span<const LogSetting> known) {
   PrintShown(key);
   const SettingValues values = hive.ReadKey(key).value_or(SettingValues{});
   for (const auto& [name, value] : values) {
-    const auto known = std::ranges::find(kLogSettings, name, &LogSetting::name);
-    PrintSetting(name, ShownValue(value), isLog && known != kLogSettings.end() ? known->meaning : "");
+    const auto setting = std::ranges::find(known, name, &LogSetting::name);
+    PrintSetting(name, ShownValue(value), setting != known.end() ? setting->meaning : "");
   }
-  if (!isLog) return;
-  for (const LogSetting& setting : kLogSettings) {
+  for (const LogSetting& setting : known) {
     if (values.contains(setting.name)) continue;
     PrintSetting(setting.name, setting.standard.empty() ? "(none)" : setting.standard,
                  std::string(setting.meaning) + " [not set]");
@@ -84,20 +94,32 @@ void ListKey(const SettingsHive& hive, const std::string& key, bool isLog) {
 
 void List(const SettingsOptions& options) {
   const SettingsHive hive = options.Hive();
-  if (!options.key.empty()) return ListKey(hive, options.key, options.machine && options.key == kLogSettingsKey);
+  const auto known = [&options](std::string_view key) -> std::span<const LogSetting> {
+    if (options.machine && key == kLogSettingsKey) return kLogSettings;
+    if (options.machine && key == kPackageSettingsKey) return kPackageSettings;
+    return {};
+  };
+  if (!options.key.empty()) return ListKey(hive, options.key, known(options.key));
   std::vector<std::string> keys = hive.Keys();
   if (std::ranges::find(keys, options.Key()) == keys.end()) keys.insert(keys.begin(), options.Key());
-  for (const std::string& key : keys) ListKey(hive, key, options.machine && key == kLogSettingsKey);
+  if (options.machine && std::ranges::find(keys, kPackageSettingsKey) == keys.end()) {
+    keys.emplace_back(kPackageSettingsKey);
+  }
+  for (const std::string& key : keys) ListKey(hive, key, known(key));
 }
 
 /// What is known of the name; null for the user's store, whose names are whoever's that uses it, and under --key.
 const LogSetting* KnownSetting(const SettingsOptions& options) {
-  if (!options.machine || (!options.key.empty() && options.key != kLogSettingsKey)) return nullptr;
+  if (!options.machine) return nullptr;
+  const auto ofPackages = std::ranges::find(kPackageSettings, options.name, &LogSetting::name);
+  if (ofPackages != kPackageSettings.end() && options.Key() == kPackageSettingsKey) return ofPackages;
+  if (!options.key.empty() && options.key != kLogSettingsKey) return nullptr;
   const auto known = std::ranges::find(kLogSettings, options.name, &LogSetting::name);
   if (known != kLogSettings.end()) return known;
   std::string names;
   for (const LogSetting& setting : kLogSettings) names.append(names.empty() ? "" : ", ").append(setting.name);
-  throw CommandError(options.name + ": no setting of the log; there are " + names);
+  for (const LogSetting& setting : kPackageSettings) names.append(", ").append(setting.name);
+  throw CommandError(options.name + ": no setting of the machine; there are " + names);
 }
 
 void Get(const SettingsOptions& options) {
@@ -128,6 +150,10 @@ SettingValue ParseValue(const SettingsOptions& options) {
 void Set(const SettingsOptions& options) {
   SettingsHive hive = options.Hive();
   const SettingValue value = ParseValue(options);
+  if (options.name == kTrustedKeysSetting && options.Key() == kPackageSettingsKey) {
+    std::string why;
+    if (!ReadTrustedKeys(options.value, why)) throw CommandError(options.name + ": " + why);
+  }
   if (!hive.CreateKey(options.Key()) || !hive.Write(options.Key(), options.name, value)) {
     throw CommandError(hive.Path() + ": can't be written" + (options.machine ? " (root is needed)" : ""));
   }
