@@ -3,9 +3,11 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "documents/html/InnerPages.h"
 #include "judging/Judgement.h"
 #include "judging/Pages.h"
 
@@ -41,13 +43,16 @@ class Judge {
   [[nodiscard]] Judgement OfAddress(const std::string& text) const;
   /// What a program hands over, with what it knows of it. Its own files beside it are out of reach.
   [[nodiscard]] Judgement OfContent(Content content) const;
-  /// mapUrl: the page's address by a list that goes with it; may be empty.
+  /// mapUrl: the page's address by a list that goes with it; may be empty. What a page of markup carries inside itself
+  /// is judged too, by the address of the page (unless options say exact): its parts, of which the worst counts.
   [[nodiscard]] Judgement OfPage(PageSource source, const std::string& mapUrl) const;
 
  private:
   void ClassifyUrl(const std::u16string& url, Judgement& judgement) const;
   void ClassifyPage(IHTMLDocument2& document, const std::u16string& pageUrl, Judgement& judgement) const;
   void Conclude(bool isPage, Judgement& judgement) const;
+  void JudgeInnerPages(std::unique_ptr<LoadedPage> page, const std::string& within, std::size_t depth, InnerRoom& room,
+                       Judgement& whole) const;
 
   JudgeOptions options_;
   std::size_t nameRoom_;

@@ -33,6 +33,8 @@ class PageView : private ValueReader {
   [[nodiscard]] PageBudget& Budget() noexcept { return budget_; }
 
   [[nodiscard]] const Tree& Nodes() const noexcept { return tree_; }
+  /// What addresses in the page are taken against; empty when there is nothing.
+  [[nodiscard]] std::u16string BaseUrl() const { return base_ ? base_->Text() : std::u16string(); }
   /// Elements and comments in source order, those in templates left out; all other lists are parts of it.
   [[nodiscard]] const GrowArray<NodeId>& All() const noexcept { return all_; }
   [[nodiscard]] const GrowArray<NodeId>& Forms() const noexcept { return forms_; }
