@@ -745,9 +745,11 @@ class ScriptReader::Pass {
       if (html::BeginsNoCase(address, u"data:")) Add(ScriptWrite::Kind::kAddress, by, std::move(text));
     } else if (use == Use::kMarkup) {
       Add(ScriptWrite::Kind::kMarkup, by, std::move(text));
+    } else if (!MayWrite(text)) {
+      return;
     } else if (evals_ >= kMostEval) {
       reader_.wasCut_ = true;
-    } else if (MayWrite(text)) {
+    } else {
       Pass inner(reader_, text, evals_ + 1);
       inner.Run();
       for (ScriptWrite& write : inner.TakeWrites()) Add(write.kind, write.by, std::move(write.text));

@@ -139,6 +139,7 @@ Judgement Judge::OfAddress(const std::string& text) const {
 
 Judgement Judge::OfPage(PageSource source, const std::string& mapUrl) const {
   Judgement judgement;
+  if (source.charset.empty()) source.charset = options_.charset;
   if (options_.exact) {
     std::optional<std::u16string> url;
     if (source.recording == nullptr) url = options_.url.empty() ? source.savedUrl : Widen(options_.url);

@@ -27,6 +27,7 @@ struct JudgeOptions {
   bool exact = false;
   bool explains = false;
   bool trustsClaims = false;  ///< a page's own word for its address is taken
+  std::string charset;        ///< of pages of markup that nobody else names one for; may be empty
   std::string url;            ///< the address of pages that nobody else tells
   std::string pageUrl;        ///< the address to judge every page by, whatever it is
   std::vector<RuleText> ruleTexts;  ///< what the configuration's rules say of themselves, for explanations

@@ -346,7 +346,11 @@ std::vector<InnerPage> FindInnerPages(HtmlDocument& document, std::string_view m
 
 bool SaysAnything(HtmlDocument& document) {
   PageView& view = document.View();
-  if (!view.Forms().empty() || !view.Links().empty() || !view.Images().empty()) return true;
+  if (!view.Forms().empty() || !view.Links().empty()) return true;
+  // Pixels that count visitors are no images that anybody sees.
+  if (std::ranges::any_of(view.Images(), [&view](NodeId id) { return view.ImageWidth(id) != 1 || view.ImageHeight(id) != 1; })) {
+    return true;
+  }
   for (const NodeId id : view.All()) {
     if (view.Nodes().IsHtml(id, kInput) || view.Nodes().IsHtml(id, kTextarea)) return true;
   }

@@ -40,7 +40,8 @@ struct InnerRoom {
 /// finds no room is told once, by a refusal. Linear in the page.
 [[nodiscard]] std::vector<InnerPage> FindInnerPages(HtmlDocument& document, std::string_view markup, InnerRoom& room);
 
-/// Whether a page has anything to judge it by: a form or a field, a link, an image, or twenty words.
+/// Whether a page has anything to judge it by: a form or a field, a link, an image of more than one pixel, or twenty
+/// words.
 [[nodiscard]] bool SaysAnything(HtmlDocument& document);
 
 }  // namespace zeph

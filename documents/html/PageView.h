@@ -74,8 +74,9 @@ class PageView : private ValueReader {
   /// The address as a browser gives it; what it refuses, and what is too long to be decoded, as it stands.
   [[nodiscard]] std::u16string_view Absolute(const Attribute& attribute);
   [[nodiscard]] bool Resolve(std::u16string_view written, std::u16string& absolute) const;
-  /// Where a form sends to: absolute when that is another host or names a scheme, else as it stands.
-  [[nodiscard]] std::u16string_view Action(const Attribute& attribute);
+  /// Where a form sends to or a script comes from: absolute when that is another host or names a scheme, else as it
+  /// stands.
+  [[nodiscard]] std::u16string_view Elsewhere(const Attribute& attribute);
   void Take(std::size_t bytes);
   /// Keeps a derived text, which is then empty.
   std::u16string_view Keep(std::u16string& text);
