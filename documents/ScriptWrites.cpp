@@ -616,9 +616,9 @@ class ScriptReader::Pass {
       if (inWrite_ && missed_.size() < kMostWrites) missed_.push_back(name);
       return false;
     }
-    value.isKnown = true;
-    value.text = found->second;
-    Keep(value.text);
+    // Asked for before it is copied: a long text may be named any number of times.
+    value.isKnown = Afford(found->second.size());
+    if (value.isKnown) value.text = found->second;
     return true;
   }
 

@@ -69,6 +69,9 @@ TEST(ScriptWrites, StayWithinTheirBounds) {
   const std::string written = Written(doubling + "document.write(a)");
   EXPECT_LE(written.size(), std::size_t{1} << 16);
   EXPECT_TRUE(written.ends_with("cut"));
+  std::string naming = "var a = '" + std::string(60000, 'x') + "';";
+  for (int i = 0; i < 100'000; ++i) naming += "b=a;";
+  EXPECT_EQ(Written(naming), "cut");  // and soon
   // Deep, unended and circular things end.
   std::string deep;
   for (int i = 0; i < 20000; ++i) deep += "document.write(eval([";
