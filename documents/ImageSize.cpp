@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <string>
 
+#include "documents/DataUrl.h"
+
 namespace zeph {
 namespace {
 
@@ -83,25 +85,6 @@ std::optional<ImageSize> ReadBmp(const Bytes& bytes) noexcept {
   return Checked(width, height < 0 ? -height : height);  // negative: rows from the top
 }
 
-int Base64Digit(char16_t c) noexcept {
-  if (c >= u'A' && c <= u'Z') return c - u'A';
-  if (c >= u'a' && c <= u'z') return c - u'a' + 26;
-  if (c >= u'0' && c <= u'9') return c - u'0' + 52;
-  if (c == u'+' || c == u'-') return 62;
-  return c == u'/' || c == u'_' ? 63 : -1;
-}
-
-int HexDigit(char16_t c) noexcept {
-  if (c >= u'0' && c <= u'9') return c - u'0';
-  const auto letter = static_cast<char16_t>(c | 32);
-  return letter >= u'a' && letter <= u'f' ? letter - u'a' + 10 : -1;
-}
-
-bool EqualsNoCase(std::u16string_view text, std::u16string_view lower) noexcept {
-  return std::ranges::equal(text, lower, {},
-                            [](char16_t c) { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c; });
-}
-
 }  // namespace
 
 std::optional<ImageSize> ReadImageSize(std::string_view text) noexcept {
@@ -119,30 +102,8 @@ std::optional<ImageSize> ReadImageSize(std::string_view text) noexcept {
 }
 
 std::optional<ImageSize> ReadDataUrlImageSize(std::u16string_view url) {
-  if (url.size() < 5 || !EqualsNoCase(url.substr(0, 5), u"data:")) return std::nullopt;
-  const std::size_t comma = url.find(u',');
-  if (comma == std::u16string_view::npos) return std::nullopt;
-  const std::u16string_view type = url.substr(0, comma);
-  const bool base64 = type.size() >= 7 && EqualsNoCase(type.substr(type.size() - 7), u";base64");
-  std::string bytes;
-  std::uint32_t bits = 0;
-  int count = 0;
-  for (std::size_t i = comma + 1; i < url.size() && bytes.size() < kDataHeader; ++i) {
-    char16_t c = url[i];
-    if (c == u'%' && i + 2 < url.size() && HexDigit(url[i + 1]) >= 0 && HexDigit(url[i + 2]) >= 0) {
-      c = static_cast<char16_t>(HexDigit(url[i + 1]) * 16 + HexDigit(url[i + 2]));
-      i += 2;
-    }
-    if (!base64) {
-      bytes += static_cast<char>(c);
-      continue;
-    }
-    const int digit = Base64Digit(c);
-    if (digit < 0) continue;
-    bits = bits << 6 | static_cast<std::uint32_t>(digit);
-    if (++count % 4 != 1) bytes += static_cast<char>(bits >> (count % 4 == 2 ? 4 : count % 4 == 3 ? 2 : 0) & 0xFF);
-  }
-  return ReadImageSize(bytes);
+  const std::optional<DataUrl> data = ReadDataUrl(url, kDataHeader);
+  return data ? ReadImageSize(data->bytes) : std::nullopt;
 }
 
 }  // namespace zeph

@@ -75,6 +75,13 @@ Judgement NotJudged(std::string input, std::string reason) {
   return judgement;
 }
 
+/// An input's name, which what it carries inside itself has too.
+Judgement Named(Judgement judgement, const std::string& name) {
+  judgement.input = name;
+  for (Judgement& part : judgement.parts) part.input = name;
+  return judgement;
+}
+
 std::string Joined(const std::vector<std::string_view>& texts) {
   std::string joined;
   for (const std::string_view text : texts) joined.append(joined.empty() ? "" : ", ").append(text);
@@ -107,17 +114,13 @@ Judgement Judge::Of(const Input& input) const {
   std::optional<std::string> bytes = ReadPageBytes(input.text, reason);
   if (!bytes) return NotJudged(input.text, std::move(reason));
   if (IsLetter(*bytes, {}, input.text)) {
-    Judgement judgement = OfLetter(*bytes);
-    judgement.input = input.text;
-    return judgement;
+    return Named(OfLetter(*bytes), input.text);
   }
   std::optional<PageSource> source = ReadPageContent(*std::move(bytes), {}, input.text, reason);
   if (!source) return NotJudged(input.text, std::move(reason));
   if (source->kind != PageKind::kMhtml) source->path = input.text;
   if (!options_.exact && source->recording == nullptr && source->bytes.empty()) return NotJudged(input.text, "empty");
-  Judgement judgement = OfPage(*std::move(source), input.pageUrl);
-  judgement.input = input.text;
-  return judgement;
+  return Named(OfPage(*std::move(source), input.pageUrl), input.text);
 }
 
 Judgement Judge::OfContent(Content content) const {
@@ -133,9 +136,7 @@ Judgement Judge::OfContent(Content content) const {
   if (!source) return NotJudged(name, std::move(reason));
   const bool isSaved = content.urlIsRecorded && source->recording == nullptr;
   if (isSaved) source->savedUrl = Widen(content.url);
-  Judgement judgement = OfPage(*std::move(source), isSaved ? "" : content.url);
-  judgement.input = name;
-  return judgement;
+  return Named(OfPage(*std::move(source), isSaved ? "" : content.url), name);
 }
 
 Judgement Judge::OfLetter(std::string_view bytes) const {
@@ -186,6 +187,7 @@ Judgement Judge::OfAddress(const std::string& text) const {
 
 Judgement Judge::OfPage(PageSource source, const std::string& mapUrl) const {
   Judgement judgement;
+  if (source.charset.empty()) source.charset = options_.charset;
   if (options_.exact) {
     std::optional<std::u16string> url;
     if (source.recording == nullptr) url = options_.url.empty() ? source.savedUrl : Widen(options_.url);
@@ -228,10 +230,56 @@ Judgement Judge::OfPage(PageSource source, const std::string& mapUrl) const {
   judgement.byContentAlone = judgement.urlSource == UrlSource::kNone ||
                              (judgement.urlSource == UrlSource::kClaimed && !options_.trustsClaims);
   const std::u16string judgedBy = judgement.byContentAlone ? std::u16string(kUnknownAddress) : judgement.url;
-  const auto page = OpenPage(std::move(source), judgedBy, judgement.url.empty() ? judgedBy : judgement.url);
+  auto page = OpenPage(std::move(source), judgedBy, judgement.url.empty() ? judgedBy : judgement.url);
   ClassifyPage(page->Document(), {}, judgement);
   Conclude(true, judgement);
+  InnerRoom room(page->Markup().size());
+  JudgeInnerPages(std::move(page), {}, 1, room, judgement);
+  TakeWorstPart(judgement);
   return judgement;
+}
+
+void Judge::JudgeInnerPages(std::unique_ptr<LoadedPage> page, const std::string& within, std::size_t depth,
+                            InnerRoom& room, Judgement& whole) const {
+  if (page->Html() == nullptr || IsUnjudged(page->Html()->Budget()->Failure())) return;
+  const std::u16string base = page->Html()->View().BaseUrl();
+  std::vector<InnerPage> found = FindInnerPages(*page->Html(), page->Markup(), room);
+  page.reset();  // one document at a time
+  const std::u16string judgedBy = whole.byContentAlone ? std::u16string(kUnknownAddress) : whole.url;
+  const auto partAt = [&](std::string where) -> Judgement& {
+    Judgement& part = whole.parts.emplace_back();
+    part.where = std::move(where);
+    part.url = whole.url;
+    part.urlSource = whole.urlSource;
+    part.byContentAlone = whole.byContentAlone;
+    return part;
+  };
+  for (InnerPage& inner : found) {
+    const std::string where = within + inner.where;
+    if (!inner.refusal.empty()) {
+      partAt(where).reason = std::move(inner.refusal);
+      continue;
+    }
+    if (depth > InnerRoom::kMostDepth) {
+      partAt(where).reason = "stands in pages within pages, more than " + std::to_string(InnerRoom::kMostDepth) + " deep";
+      return;
+    }
+    PageSource source;
+    source.bytes = std::move(inner.bytes);
+    source.charset = std::move(inner.charset);
+    auto document = OpenPage(std::move(source), judgedBy, base.empty() ? judgedBy : base);
+    if (SaysAnything(*document->Html())) {
+      if (room.pages == 0) {
+        partAt(where).reason = "more than " + std::to_string(InnerRoom::kMostPages) + " pages stand in one";
+        return;
+      }
+      --room.pages;
+      Judgement& part = partAt(where);
+      ClassifyPage(document->Document(), {}, part);
+      Conclude(true, part);
+    }
+    JudgeInnerPages(std::move(document), where + " > ", depth + 1, room, whole);
+  }
 }
 
 void Judge::ClassifyUrl(const std::u16string& url, Judgement& judgement) const {

@@ -46,15 +46,29 @@ class Readdressed final : public IHTMLDocument2 {
   std::optional<std::u16string> url_;
 };
 
-template <class Source>
-class PageOf final : public LoadedPage {
+class RecordedPage final : public LoadedPage {
  public:
-  PageOf(std::unique_ptr<Source> source, std::optional<std::u16string> url)
+  RecordedPage(std::unique_ptr<RecordedDocument> source, std::optional<std::u16string> url)
       : source_(std::move(source)), document_(*source_, std::move(url)) {}
   IHTMLDocument2& Document() noexcept override { return document_; }
 
  private:
-  std::unique_ptr<Source> source_;
+  std::unique_ptr<RecordedDocument> source_;
+  Readdressed document_;
+};
+
+/// A page of markup, which it keeps.
+class HtmlPage final : public LoadedPage {
+ public:
+  HtmlPage(std::string bytes, HtmlDocumentOptions options, std::optional<std::u16string> url)
+      : bytes_(std::move(bytes)), html_(bytes_, std::move(options)), document_(html_, std::move(url)) {}
+  IHTMLDocument2& Document() noexcept override { return document_; }
+  HtmlDocument* Html() noexcept override { return &html_; }
+  [[nodiscard]] std::string_view Markup() const noexcept override { return bytes_; }
+
+ private:
+  std::string bytes_;
+  HtmlDocument html_;
   Readdressed document_;
 };
 
@@ -204,14 +218,13 @@ std::optional<PageSource> ReadPageContent(std::string bytes, std::string_view me
 
 std::unique_ptr<LoadedPage> OpenPage(PageSource source, std::optional<std::u16string> url, std::u16string base) {
   if (source.recording != nullptr) {
-    return std::make_unique<PageOf<RecordedDocument>>(std::move(source.recording), std::move(url));
+    return std::make_unique<RecordedPage>(std::move(source.recording), std::move(url));
   }
   HtmlDocumentOptions options;
   options.charset = std::move(source.charset);
   options.resources = source.path.empty() ? source.parts : FilesBeside(source.path, {base, url.value_or(base)});
   options.url = std::move(base);
-  return std::make_unique<PageOf<HtmlDocument>>(std::make_unique<HtmlDocument>(source.bytes, std::move(options)),
-                                                std::move(url));
+  return std::make_unique<HtmlPage>(std::move(source.bytes), std::move(options), std::move(url));
 }
 
 }  // namespace zeph

@@ -11,6 +11,7 @@
 #include "DetectionEngine/Document.h"
 #include "documents/PageResources.h"
 #include "documents/Recording.h"
+#include "documents/html/HtmlDocument.h"
 
 namespace zeph {
 
@@ -42,6 +43,9 @@ class LoadedPage {
  public:
   virtual ~LoadedPage() = default;
   virtual IHTMLDocument2& Document() noexcept = 0;
+  /// The document of a page of markup, and the markup; null and empty for a recording.
+  virtual HtmlDocument* Html() noexcept { return nullptr; }
+  virtual std::string_view Markup() const noexcept { return {}; }
 };
 
 /// Reads a page's file as far as its address. Nothing, and one line that says why in error, when it can't be used.

@@ -622,4 +622,6 @@ DecodedMarkup DecodeMarkup(std::string_view bytes, std::string_view charset) {
   return result;
 }
 
+bool IsEncoding(std::string_view label) { return FindEncoding(label) != nullptr; }
+
 }  // namespace zeph::html

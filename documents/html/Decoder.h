@@ -24,4 +24,7 @@ struct DecodedMarkup {
 /// encoding becomes U+FFFD, as the encoding standard has it. O(length).
 [[nodiscard]] DecodedMarkup DecodeMarkup(std::string_view bytes, std::string_view charset = {});
 
+/// Whether a label names an encoding that DecodeMarkup reads.
+[[nodiscard]] bool IsEncoding(std::string_view label);
+
 }  // namespace zeph::html

@@ -52,6 +52,9 @@ class HtmlDocument final : public IHTMLDocument2, public IUrlCache {
   /// What the page itself says about its address: the href of a link rel=canonical or of the base; empty if it doesn't.
   [[nodiscard]] std::u16string CanonicalUrl();
 
+  /// The page that all this stands on.
+  [[nodiscard]] html::PageView& View() noexcept { return view_; }
+
  private:
   class Element;
   class TextNode;

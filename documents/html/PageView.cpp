@@ -246,9 +246,9 @@ std::u16string_view PageView::Read(NodeId element, const Attribute& attribute) {
     case kHref:
       return node.name == kA || node.name == kArea || node.name == kLink ? Absolute(attribute) : value;
     case kSrc:
-      return node.name == kImg ? Absolute(attribute) : value;
+      return node.name == kImg ? Absolute(attribute) : node.name == kScript ? Elsewhere(attribute) : value;
     case kAction:
-      return node.name == kForm ? Action(attribute) : value;
+      return node.name == kForm ? Elsewhere(attribute) : value;
     case kType:
       if ((node.name == kInput || node.name == kButton) && std::ranges::any_of(value, IsUpper)) {
         const std::uint32_t number = types_.written.Add(value);
@@ -284,7 +284,7 @@ bool PageView::Resolve(std::u16string_view written, std::u16string& absolute) co
   return absolute.size() <= kMaxUrlLength;
 }
 
-std::u16string_view PageView::Action(const Attribute& attribute) {
+std::u16string_view PageView::Elsewhere(const Attribute& attribute) {
   const std::u16string_view written = tree_.TextOf(attribute);
   const std::u16string_view absolute = Absolute(attribute);
   const std::u16string_view host = HostOf(absolute);

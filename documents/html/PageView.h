@@ -33,6 +33,8 @@ class PageView : private ValueReader {
   [[nodiscard]] PageBudget& Budget() noexcept { return budget_; }
 
   [[nodiscard]] const Tree& Nodes() const noexcept { return tree_; }
+  /// What addresses in the page are taken against; empty when there is nothing.
+  [[nodiscard]] std::u16string BaseUrl() const { return base_ ? base_->Text() : std::u16string(); }
   /// Elements and comments in source order, those in templates left out; all other lists are parts of it.
   [[nodiscard]] const GrowArray<NodeId>& All() const noexcept { return all_; }
   [[nodiscard]] const GrowArray<NodeId>& Forms() const noexcept { return forms_; }
@@ -72,8 +74,9 @@ class PageView : private ValueReader {
   /// The address as a browser gives it; what it refuses, and what is too long to be decoded, as it stands.
   [[nodiscard]] std::u16string_view Absolute(const Attribute& attribute);
   [[nodiscard]] bool Resolve(std::u16string_view written, std::u16string& absolute) const;
-  /// Where a form sends to: absolute when that is another host or names a scheme, else as it stands.
-  [[nodiscard]] std::u16string_view Action(const Attribute& attribute);
+  /// Where a form sends to or a script comes from: absolute when that is another host or names a scheme, else as it
+  /// stands.
+  [[nodiscard]] std::u16string_view Elsewhere(const Attribute& attribute);
   void Take(std::size_t bytes);
   /// Keeps a derived text, which is then empty.
   std::u16string_view Keep(std::u16string& text);

@@ -45,6 +45,7 @@ bool TreeBuilder::SaysSomething(NameId name, Space space, std::span<const Attrib
       case kLink:
         telling = kHref;
         break;
+      case kEmbed:
       case kFrame:
       case kImg:
         telling = kSrc;

@@ -28,8 +28,8 @@ inline constexpr std::size_t kCharactersPerCopy = 16;
 /// something is kept however many there are, so that nothing can be hidden behind a heap of tags:
 ///  - HTML, HEAD, BODY and FRAMESET in its place; fields, buttons and forms; what isn't read as markup or isn't shown:
 ///    scripts, styles, titles, templates and their like;
-///  - links with an address (A, AREA, LINK, BASE), images and frames with a source, cells and tables with a background,
-///    META with an http-equiv;
+///  - links with an address (A, AREA, LINK, BASE), images, frames and EMBED with a source, cells and tables with a
+///    background, META with an http-equiv;
 ///  - what hides its content: the attribute hidden, an inline display:none;
 ///  - comments of eight characters and more.
 /// Then the engine's lists, its fields and its words are the same as without the bound; counts of paragraphs, rows and

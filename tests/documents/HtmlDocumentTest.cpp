@@ -79,6 +79,8 @@ TEST(OldMarkup, IsWrittenAsTheBrowserOfOldGaveIt) {
        "<form action=//www.example.test/z></form>",
        "<FORM action=\"https://evil.test/\"></FORM><FORM action=\"http://evil.test/x\"></FORM><FORM "
        "action=\"/x?y\"></FORM><FORM action=\"//www.example.test/z\"></FORM>"},
+      {"<script src='HTTPS:\\\\Evil.Test\\x.js'></script><script src=//cdn.test></script>",
+       "<SCRIPT src=\"https://evil.test/x.js\"></SCRIPT><SCRIPT src=\"http://cdn.test/\"></SCRIPT>"},
       {"<base href=http://evil.test/><form action=x.php></form>",
        "<BASE href=\"http://evil.test/\"><FORM action=\"http://evil.test/x.php\"></FORM>"},
       // Types in lower case, and none where there is none.

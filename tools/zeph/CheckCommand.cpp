@@ -21,6 +21,7 @@
 #include "judging/Privacy.h"
 #include "judging/RuleTexts.h"
 #include "judging/ShownText.h"
+#include "tools/zeph/CharsetOption.h"
 #include "tools/zeph/Common.h"
 #include "tools/zeph/OrderedJobs.h"
 #include "tools/zeph/PrepareEngine.h"
@@ -301,6 +302,7 @@ void AddCheckCommand(CLI::App& program, int& exitStatus) {
   command->add_option("--url", options->judge.url, "The address of pages that don't say it");
   command->add_option("--page-url", options->judge.pageUrl, "The address to judge every page by, instead of its own");
   command->add_option("--map", options->map, "File of addresses of pages: a path, a tab and an address a line");
+  AddCharsetOption(*command, options->judge.charset);
   command->add_flag("--trust-claimed-url", options->judge.trustsClaims,
                     "Judge a page by the address that it claims itself (canonical link, base, mark of a saved page)");
   command->add_flag("--exact", options->judge.exact,

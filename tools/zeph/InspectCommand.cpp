@@ -16,6 +16,7 @@
 #include "documents/html/TreePrinter.h"
 #include "judging/Pages.h"
 #include "judging/ShownText.h"
+#include "tools/zeph/CharsetOption.h"
 #include "tools/zeph/Common.h"
 #include "tools/zeph/Records.h"
 
@@ -29,6 +30,7 @@ struct InspectOptions {
   std::vector<std::string> inputs;
   std::string url;      ///< the document's own, for inputs that don't say
   std::string pageUrl;  ///< to judge the page by; empty: the document's own
+  std::string charset;
   bool brandCounts = false;
 };
 
@@ -75,6 +77,7 @@ std::unique_ptr<LoadedPage> OpenForInspection(const std::string& input, const In
   std::optional<PageSource> source = ReadPageFile(input, error);
   if (!source) throw CommandError(input + ": " + error);
   if (source->recording != nullptr) return OpenPage(*std::move(source), std::nullopt, {});
+  if (source->charset.empty()) source->charset = options.charset;
   std::u16string url = Widen(options.url);
   if (url.empty()) url = source->savedUrl;
   if (url.empty()) url = source->claimedUrl;
@@ -123,13 +126,13 @@ void InspectPage(const std::string& input, const InspectOptions& options) {
 }
 
 /// Unlike a page that is classified, it is parsed for a reader without scripts: the content of NOSCRIPT is markup.
-void InspectTree(const std::string& input) {
+void InspectTree(const std::string& input, const std::string& charset) {
   std::string error;
   const std::optional<std::string> bytes = ReadPageBytes(input, error);
   if (!bytes) throw CommandError(input + ": " + error);
   html::ParseOptions options;
   options.noscriptIsText = false;  // the form is that of conformance tests, which run without scripts
-  const auto tree = html::ParseTree(html::DecodeMarkup(*bytes).text, options);
+  const auto tree = html::ParseTree(html::DecodeMarkup(*bytes, charset).text, options);
   if (isatty(STDOUT_FILENO) == 0) return html::PrintTree(tree, PrintText);
   std::string text;
   html::PrintTree(tree, [&](std::string_view piece) { text += piece; });
@@ -204,14 +207,20 @@ void AddInspectCommand(CLI::App& program, int& exitStatus) {
   page->add_option("--url", options->url, "The document's own URL, for files that don't say it");
   page->add_option("--page-url", options->pageUrl, "The URL to judge the page by, instead of the document's own");
   page->add_flag("--brand-counts", options->brandCounts, "Count brands among links, images and scripts first");
+  AddCharsetOption(*page, options->charset);
   page->callback([options, &exitStatus] {
     UseConfiguration(options->configuration);
     ForEachInspected(
         *options, exitStatus, [&](const std::string& input) { InspectPage(input, *options); },
         R"({"collectors": null, "pageData": null})");
   });
-  add("tree", "The parsed tree of HTML files, one node a line, with scripts off: NOSCRIPT holds elements", true, false)
-      ->callback([options, &exitStatus] { ForEachInspected(*options, exitStatus, InspectTree, ""); });
+  CLI::App* tree =
+      add("tree", "The parsed tree of HTML files, one node a line, with scripts off: NOSCRIPT holds elements", true, false);
+  AddCharsetOption(*tree, options->charset);
+  tree->callback([options, &exitStatus] {
+    ForEachInspected(
+        *options, exitStatus, [&](const std::string& input) { InspectTree(input, options->charset); }, "");
+  });
   add("package", "The whole loaded configuration", false, true)->callback([options] {
     UseConfiguration(options->configuration);
     InspectPackage();

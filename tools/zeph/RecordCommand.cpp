@@ -5,6 +5,7 @@
 #include "documents/DocumentRecorder.h"
 #include "documents/RecordingWriter.h"
 #include "judging/Pages.h"
+#include "tools/zeph/CharsetOption.h"
 #include "tools/zeph/Common.h"
 
 namespace zeph {
@@ -14,6 +15,7 @@ namespace {
 struct RecordOptions {
   std::string url;
   std::string pageUrl;
+  std::string charset;
   std::string input;
   std::string output;
   bool scrub = false;
@@ -45,6 +47,7 @@ void Record(const RecordOptions& options) {
   std::string error;
   std::optional<PageSource> source = ReadPageFile(options.input, error);
   if (!source) throw CommandError(options.input + ": " + error);
+  if (source->charset.empty()) source->charset = options.charset;
   std::optional<std::u16string> url;
   std::u16string base;
   bool isKnown = true;
@@ -75,6 +78,7 @@ void AddRecordCommand(CLI::App& program, int&) {
                     "Leave out values of fields, queries of URLs, and the texts of scripts in files");
   command->add_option("--url", options->url, "The page's address, for files that don't say it");
   command->add_option("--page-url", options->pageUrl, "Taken as by other commands; a recording doesn't hold it");
+  AddCharsetOption(*command, options->charset);
   command->footer("Of the files beside a page only scripts in the folder that a browser saved with it are written down.");
   command->callback([options] { Record(*options); });
 }
