@@ -34,7 +34,7 @@ std::vector<std::string> ReadFloors() {
   for (std::sregex_iterator it(build.begin(), build.end(), floor), end; it != end; ++it) {
     floors.push_back("DetectionEngine/" + (*it)[1].str());
   }
-  floors.insert(floors.end(), {"documents", "authoring", "judging", "tools"});
+  floors.insert(floors.end(), {"documents", "authoring", "judging", "gateways", "tools"});
   return floors;
 }
 
@@ -57,7 +57,7 @@ struct Source {
 std::vector<Source> ReadSources() {
   std::vector<Source> sources;
   const std::regex include(R"re(#include ([<"])([^>"]+)[>"])re");
-  for (const char* folder : {"DetectionEngine", "documents", "authoring", "judging", "tools"}) {
+  for (const char* folder : {"DetectionEngine", "documents", "authoring", "judging", "gateways", "tools"}) {
     for (const auto& entry : fs::recursive_directory_iterator(kRoot / folder)) {
       const std::string ending = entry.path().extension().string();
       if (ending != ".cpp" && ending != ".h") continue;

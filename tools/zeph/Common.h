@@ -111,6 +111,7 @@ class Progress {
 void AddBrandCommands(CLI::App& program);  ///< brand, and untwist from the other side
 void AddCheckCommand(CLI::App& program, int& exitStatus);
 void AddEvalCommand(CLI::App& program, int& exitStatus);
+void AddIcapCommand(CLI::App& program);
 void AddInspectCommand(CLI::App& program, int& exitStatus);
 void AddRecordCommand(CLI::App& program, int& exitStatus);
 void AddReportCommand(CLI::App& program, int& exitStatus);
@@ -120,6 +121,7 @@ void AddAuthoringCommands(CLI::App& package, int& exitStatus);
 void AddRulesCommand(CLI::App& program, int& exitStatus);
 void AddServeCommand(CLI::App& program, int& exitStatus);
 void AddSettingsCommand(CLI::App& program, int& exitStatus);
+void AddSquidHelperCommand(CLI::App& program);
 void AddTrainCommand(CLI::App& program, int& exitStatus);
 
 }  // namespace zeph
