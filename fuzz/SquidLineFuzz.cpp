@@ -15,7 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     held.verdict = Verdict::kSpoofing;
     held.siteName = u"A \"brand\"\n7 ERR";
     held.reasons.push_back({"rule", std::string(line), "", 1.0F, 0.0F});
-    for (const std::string& answer : {squid::AnswerLine(request, held), squid::RefusalLine(request)}) {
+    for (const std::string& answer : {squid::AnswerLine(request, held, squid::Unjudged::kBroken),
+                                      squid::RefusalLine(request, squid::Unjudged::kPasses)}) {
       if (answer.find('\n') != answer.size() - 1) std::abort();
       if (hasChannels == request.channel.empty() || !answer.starts_with(request.channel)) std::abort();
       // Every quote that opens a value closes it.

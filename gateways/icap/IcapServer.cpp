@@ -45,6 +45,7 @@ constexpr std::chrono::milliseconds kStopLook{20};
 constexpr std::chrono::seconds kStopTimeout{10};
 constexpr std::chrono::seconds kPackageLook{1};
 constexpr std::chrono::seconds kCounterLook{60};
+constexpr std::chrono::seconds kDrainTimeout{2};
 constexpr std::size_t kReadAtOnce = 16 * 1024;
 constexpr std::size_t kDrainLimit = 256 * 1024;
 constexpr std::size_t kSniffed = 2048;
@@ -194,6 +195,8 @@ class Session : public std::enable_shared_from_this<Session> {
 
   [[nodiscard]] Clock::time_point Deadline() const { return std::min(deadline_, messageDeadline_); }
   [[nodiscard]] bool IsIdle() const { return reader_.IsIdle() && isReading_; }
+  /// All is said.
+  [[nodiscard]] bool IsEnding() const { return isEnding_; }
   /// Ends every operation that is under way.
   void Cut() {
     Error ignored;
@@ -262,11 +265,12 @@ class Session : public std::enable_shared_from_this<Session> {
   }
 
   /// A socket that closes with bytes unread resets the connection, and an answer that is on its way is lost: so the
-  /// client is heard out, within its deadline and a limit.
+  /// client is heard out, within a deadline and a limit.
   void Close() {
     Error ignored;
     socket_.shutdown(tcp::socket::shutdown_send, ignored);
-    SetDeadline();
+    deadline_ = Clock::now() + kDrainTimeout;
+    isEnding_ = true;
     Drain(kDrainLimit);
   }
   void Drain(std::size_t limit) {
@@ -474,6 +478,7 @@ class Session : public std::enable_shared_from_this<Session> {
   Judgement verdict_;
   bool hasContinued_ = false;
   bool isReading_ = false;
+  bool isEnding_ = false;
   Clock::time_point deadline_ = Clock::time_point::max();
   Clock::time_point messageDeadline_ = Clock::time_point::max();
 };
@@ -563,7 +568,7 @@ class Service {
       const auto now = Clock::now();
       for (Session* const session : shared_.sessions) {
         if (session->Deadline() >= now) continue;
-        if (!session->IsIdle()) ++shared_.counters.timedOut;
+        if (!session->IsIdle() && !session->IsEnding()) ++shared_.counters.timedOut;
         session->Cut();
       }
       WatchDeadlines();

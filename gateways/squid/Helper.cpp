@@ -129,8 +129,8 @@ void RunHelper(int input, int output, const HelperOptions& options, CurrentJudge
   Lines lines(input);
   Answers answers(output);
   const auto answer = [&](const HelperRequest& request) {
-    answers.Write(request.refusal.empty() ? AnswerLine(request, judge.Now()->judge.OfAddress(request.address))
-                                          : RefusalLine(request));
+    answers.Write(request.refusal.empty() ? AnswerLine(request, judge.Now()->judge.OfAddress(request.address), options.unjudged)
+                                          : RefusalLine(request, options.unjudged));
   };
   Waiting waiting;
   std::vector<std::jthread> threads;

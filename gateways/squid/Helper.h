@@ -2,11 +2,13 @@
 #pragma once
 
 #include "gateways/proxy/CurrentJudge.h"
+#include "gateways/squid/HelperLine.h"
 
 namespace zeph::squid {
 
 struct HelperOptions {
   bool hasChannels = true;  ///< without, each line is answered before the next is read
+  Unjudged unjudged = Unjudged::kBroken;
   unsigned threads = 2;     ///< that judge, with channels
 };
 

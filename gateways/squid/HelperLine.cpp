@@ -67,6 +67,11 @@ std::string Answer(const std::string& channel, std::string_view rest) {
   return line.append(rest) + '\n';
 }
 
+std::string UnjudgedLine(const std::string& channel, const std::string& reason, Unjudged unjudged) {
+  const std::string result = unjudged == Unjudged::kPasses ? "ERR log=\"not-judged\"" : "BH";
+  return Answer(channel, result + " message=" + Quoted("not judged: " + reason));
+}
+
 }  // namespace
 
 HelperRequest ReadHelperLine(std::string_view line, bool hasChannels) {
@@ -92,10 +97,8 @@ HelperRequest ReadHelperLine(std::string_view line, bool hasChannels) {
   return request;
 }
 
-std::string AnswerLine(const HelperRequest& request, const Judgement& judgement) {
-  if (judgement.verdict == Verdict::kNotJudged) {
-    return Answer(request.channel, "BH message=" + Quoted("not judged: " + judgement.reason));
-  }
+std::string AnswerLine(const HelperRequest& request, const Judgement& judgement, Unjudged unjudged) {
+  if (judgement.verdict == Verdict::kNotJudged) return UnjudgedLine(request.channel, judgement.reason, unjudged);
   if (!IsHeld(judgement.verdict)) return Answer(request.channel, "ERR");
   const Warning warning = WarningOf(judgement);
   const std::string verdict(NameOf(judgement.verdict));
@@ -105,8 +108,8 @@ std::string AnswerLine(const HelperRequest& request, const Judgement& judgement)
                                      " message=" + Quoted(message));
 }
 
-std::string RefusalLine(const HelperRequest& request) {
-  return Answer(request.channel, "BH message=" + Quoted("not judged: " + request.refusal));
+std::string RefusalLine(const HelperRequest& request, Unjudged unjudged) {
+  return UnjudgedLine(request.channel, request.refusal, unjudged);
 }
 
 }  // namespace zeph::squid

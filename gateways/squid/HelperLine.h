@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,9 +29,13 @@ struct HelperRequest {
 /// percent-encoded once over what it stands for.
 [[nodiscard]] HelperRequest ReadHelperLine(std::string_view line, bool hasChannels);
 
-/// The answer, with its line feed: OK when the judgement is held, ERR when it isn't, BH when nothing was judged.
-[[nodiscard]] std::string AnswerLine(const HelperRequest& request, const Judgement& judgement);
-/// BH, with the request's refusal.
-[[nodiscard]] std::string RefusalLine(const HelperRequest& request);
+/// What is said of what can't be judged. Squid asks twice upon BH, and then refuses the request.
+enum class Unjudged : std::uint8_t { kBroken, kPasses };
+
+/// The answer, with its line feed: OK when the judgement is held, ERR when it isn't, BH (kPasses: ERR) when nothing was
+/// judged.
+[[nodiscard]] std::string AnswerLine(const HelperRequest& request, const Judgement& judgement, Unjudged unjudged);
+/// BH or ERR, with the request's refusal.
+[[nodiscard]] std::string RefusalLine(const HelperRequest& request, Unjudged unjudged);
 
 }  // namespace zeph::squid

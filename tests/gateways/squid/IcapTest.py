@@ -140,7 +140,11 @@ class Service(unittest.TestCase):
         self.assertIn("clients refused 1, malformed 0, timed out 2", said)
 
     def test_what_is_under_way_ends_well_and_a_hangup_loses_nothing(self):
-        icap_service = Icap()
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind("\0zeph-test-%d" % os.getpid())
+            manager.settimeout(WAIT)
+            icap_service = Icap(environment={**os.environ, "NOTIFY_SOCKET": "@zeph-test-%d" % os.getpid()})
+            self.assertEqual(manager.recv(100), b"READY=1")
         client, idle = Client(icap_service.port), Client(icap_service.port)
         request = icap("RESPMOD", [GET, response_head()], chunked(KIT, 100))
         client.send(request[:-40])
@@ -183,6 +187,7 @@ class Helper(unittest.TestCase):
         for i, (line, answer) in enumerate(rows):
             self.assertRegex(got.get(str(i), ""), "^%s$" % answer, line[:80])
         self.assertEqual(len(got), len(rows))
+        self.assertRegex(self.answers(b"7 -\n", "--pass-unjudged")[0], '^7 ERR log="not-judged" message="not judged: no address"$')
         plain = self.answers("".join(line + "\r\n" for line, _ in rows[:-1]).encode(), "--no-channels")
         self.assertEqual(len(plain), len(rows) - 1)
         for line, (asked, answer) in zip(plain, rows):

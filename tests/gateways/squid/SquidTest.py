@@ -155,6 +155,8 @@ class SquidTest(unittest.TestCase):
         tunnel = Client(squid.port)
         tunnel.send(b"CONNECT paypal.com.signin.evil.test:443 HTTP/1.1\r\nHost: x\r\n\r\n")
         self.assertIn("403", tunnel.head()[0])
+        # Nobody is there, but that is for Squid to find out.
+        self.assertEqual(squid.get("http://[::1]:9/")[0], 503)
         self.honest_pages_pass(squid)
 
     def test_icap(self):
