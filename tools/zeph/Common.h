@@ -112,6 +112,7 @@ void AddBrandCommands(CLI::App& program);  ///< brand, and untwist from the othe
 void AddCheckCommand(CLI::App& program, int& exitStatus);
 void AddMilterCommand(CLI::App& program);
 void AddEvalCommand(CLI::App& program, int& exitStatus);
+void AddIcapCommand(CLI::App& program);
 void AddInspectCommand(CLI::App& program, int& exitStatus);
 void AddRecordCommand(CLI::App& program, int& exitStatus);
 void AddReportCommand(CLI::App& program, int& exitStatus);
@@ -123,6 +124,7 @@ void AddPackageLifeCommands(CLI::App& package, int& exitStatus);
 void AddRulesCommand(CLI::App& program, int& exitStatus);
 void AddServeCommand(CLI::App& program, int& exitStatus);
 void AddSettingsCommand(CLI::App& program, int& exitStatus);
+void AddSquidHelperCommand(CLI::App& program);
 void AddTrainCommand(CLI::App& program, int& exitStatus);
 
 }  // namespace zeph

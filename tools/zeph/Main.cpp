@@ -68,6 +68,7 @@ int main(int argc, char** argv) {
   zeph::AddCheckCommand(program, exitStatus);
   zeph::AddEvalCommand(program, exitStatus);
   zeph::AddBrandCommands(program);
+  zeph::AddIcapCommand(program);
   zeph::AddInspectCommand(program, exitStatus);
   zeph::AddRecordCommand(program, exitStatus);
   zeph::AddReportCommand(program, exitStatus);
@@ -76,6 +77,7 @@ int main(int argc, char** argv) {
   zeph::AddRulesCommand(program, exitStatus);
   zeph::AddServeCommand(program, exitStatus);
   zeph::AddSettingsCommand(program, exitStatus);
+  zeph::AddSquidHelperCommand(program);
   zeph::AddTrainCommand(program, exitStatus);
 
   try {
