@@ -89,9 +89,10 @@ template <class Take>
 void ForEachAddress(std::u16string_view text, Take take) {
   constexpr std::u16string_view kScheme = u"http";
   for (std::size_t at = 0; at < text.size();) {
-    const auto found = std::ranges::search(text.substr(at), kScheme, {}, LowerWide);
-    if (found.empty()) return;
-    const std::size_t start = static_cast<std::size_t>(found.begin() - text.begin());
+    const std::u16string_view rest = text.substr(at);
+    const auto found = std::search(rest.begin(), rest.end(), kScheme.begin(), kScheme.end(), [](auto a, auto b) { return LowerWide(a) == b; });
+    if (found == rest.end()) return;
+    const std::size_t start = at + static_cast<std::size_t>(found - rest.begin());
     std::size_t colon = start + kScheme.size();
     if (colon < text.size() && LowerWide(text[colon]) == u's') ++colon;
     at = colon;
@@ -132,9 +133,9 @@ std::string OtherAddressShown(std::u16string_view text, std::u16string_view targ
 /// "0; url=http://..." of a page that sends its reader on.
 std::u16string_view RefreshTarget(std::u16string_view content) {
   constexpr std::u16string_view kUrl = u"url=";
-  const auto found = std::ranges::search(content, kUrl, {}, LowerWide);
-  if (found.empty()) return {};
-  std::u16string_view target = TrimUrl(content.substr(static_cast<std::size_t>(found.end() - content.begin())));
+  const auto found = std::search(content.begin(), content.end(), kUrl.begin(), kUrl.end(), [](auto a, auto b) { return LowerWide(a) == b; });
+  if (found == content.end()) return {};
+  std::u16string_view target = TrimUrl(content.substr(static_cast<std::size_t>(found - content.begin()) + kUrl.size()));
   if (!target.empty() && (target.front() == u'"' || target.front() == u'\'')) {
     const char16_t quote = target.front();
     target.remove_prefix(1);

@@ -21,7 +21,7 @@ namespace {
 constexpr char Lower(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
 
 bool HoldsNoCase(std::string_view text, std::string_view lower) noexcept {
-  return !std::ranges::search(text, lower, {}, Lower).empty();
+  return std::search(text.begin(), text.end(), lower.begin(), lower.end(), [](auto a, auto b) { return Lower(a) == b; }) != text.end();
 }
 
 /// A document under another address than its own.
@@ -116,9 +116,9 @@ std::optional<PageKind> PageKindOfType(std::string_view mediaType) {
 
 std::string CharsetOfType(std::string_view mediaType) {
   constexpr std::string_view kName = "charset=";
-  const auto found = std::ranges::search(mediaType, kName, {}, Lower);
-  if (found.empty()) return {};
-  std::string_view value = mediaType.substr(static_cast<std::size_t>(found.end() - mediaType.begin()));
+  const auto found = std::search(mediaType.begin(), mediaType.end(), kName.begin(), kName.end(), [](auto a, auto b) { return Lower(a) == b; });
+  if (found == mediaType.end()) return {};
+  std::string_view value = mediaType.substr(static_cast<std::size_t>(found - mediaType.begin()) + kName.size());
   if (value.starts_with('"')) {
     value.remove_prefix(1);
     return std::string(value.substr(0, value.find('"')));

@@ -29,12 +29,13 @@ class LineFinder {
   /// To the next tag of that name, in lower case and with its "<" or "</".
   void Pass(std::string_view tag) noexcept {
     while (!isLost_) {
-      const auto found = std::ranges::search(bytes_.substr(at_), tag, {}, LowerByte);
-      if (found.empty()) {
+      const std::string_view rest = std::string_view(bytes_).substr(at_);
+      const auto found = std::search(rest.begin(), rest.end(), tag.begin(), tag.end(), [](auto a, auto b) { return LowerByte(a) == b; });
+      if (found == rest.end()) {
         isLost_ = true;
         return;
       }
-      begin_ = static_cast<std::size_t>(found.begin() - bytes_.begin());
+      begin_ = at_ + static_cast<std::size_t>(found - rest.begin());
       at_ = begin_ + tag.size();
       const char next = at_ < bytes_.size() ? LowerByte(bytes_[at_]) : ' ';
       if ((next < 'a' || next > 'z') && (next < '0' || next > '9') && next != '-') return;
